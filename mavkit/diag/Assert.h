@@ -1,0 +1,43 @@
+/// \file
+/// Assertion reports: a check that tells on standard output that it failed and lets the program go
+/// on. A resident process must not die of a surprise; what happens next is up to the code around the
+/// check.
+#ifndef MAVKIT_DIAG_ASSERT_H
+#define MAVKIT_DIAG_ASSERT_H
+
+#include <cstdio>
+
+/// Tests \p expression, once; when it is false prints one line on standard output:
+///
+///     ***********Assert failed.file=MavFile,line=41,exp=fd<64
+///
+/// with the name of the source file (no directory, no extension), the line and the expression as it
+/// is written in the source. Never stops the process and yields nothing. `ASSERT_REPORT(false)`
+/// marks an error path that always reports.
+#define ASSERT_REPORT(expression)                                                                  \
+    do {                                                                                           \
+        if (!(expression))                                                                         \
+            ReportFailedAssertion(__FILE__, __LINE__, #expression);                                \
+    } while (false)
+
+/// Prints the line of ASSERT_REPORT(), for it alone to call: \p file is the path of the source file,
+/// \p line the line of the check, \p expression its text. Here the path is cut to its stem, so that a
+/// check that passes costs its test and nothing else.
+__attribute__((cold, noinline)) inline void ReportFailedAssertion(const char* file, int line,
+                                                                  const char* expression) {
+    const char* stem = file;
+    for (const char* p = file; *p != '\0'; ++p)
+        if (*p == '/')
+            stem = p + 1;
+    int length = 0;
+    for (int i = 0; stem[i] != '\0'; ++i)
+        if (stem[i] == '.')
+            length = i; // the last dot starts the extension
+    if (length == 0)
+        while (stem[length] != '\0')
+            ++length;
+    std::printf("***********Assert failed.file=%.*s,line=%d,exp=%s\n", length, stem, line,
+                expression);
+}
+
+#endif

@@ -1,0 +1,68 @@
+/// \file
+/// The vocabulary of the trace channel: levels, export ways, and the record that tells a process how
+/// to route its trace output. See MavTrace.h for the channel itself.
+#ifndef MAVKIT_DIAG_TRACESETTING_H
+#define MAVKIT_DIAG_TRACESETTING_H
+
+/// Level of a message, and threshold of the trace channel: a message passes when its level is less
+/// than or equal to the threshold. Any int may be cast to it.
+enum _TRACE_LEVEL : int {
+    LEVEL_DISABLED = 0, ///< "Disabled"
+    LEVEL_ERROR = 1,    ///< "Error"
+    LEVEL_WARN = 2,     ///< "Warn"
+    LEVEL_INFO = 3,     ///< "Info"
+    LEVEL_VERBOSE = 4   ///< "Verbose"
+};
+
+/// Where the output of one channel goes. Any int may be cast to it.
+enum _EXPORT_WAY : int {
+    WAY_NONE = 0,    ///< "None": nothing is written
+    WAY_STDOUT = 1,  ///< "Stdout": the process's standard output
+    WAY_PUBLIC = 2,  ///< "Public": one file a channel, shared by all processes
+    WAY_PRIVATE = 3, ///< "Private": the channel's file of this process, with its name
+    WAY_TTYP0 = 4,   ///< "ttyp0": pseudo-terminal /dev/pts/0
+    WAY_TTYP1 = 5,   ///< "ttyp1": /dev/pts/1
+    WAY_TTYP2 = 6,   ///< "ttyp2": /dev/pts/2
+    WAY_TTYP3 = 7,   ///< "ttyp3": /dev/pts/3
+    WAY_TTYP4 = 8,   ///< "ttyp4": /dev/pts/4
+    WAY_TTYP5 = 9    ///< "ttyp5": /dev/pts/5
+};
+
+/// How a process routes its trace output. Fill one of your own and point MavTrace::Setting at it.
+/// A fresh record has the prefix on, threshold Verbose, the trace channel on standard output, the
+/// data and sche channels off, no name and a limit of 50000 bytes.
+struct TraceSetting {
+    unsigned char prefixOn; ///< 0 or 1: begin the first output of each trace object with tag and time
+    unsigned char level;    ///< _TRACE_LEVEL: threshold of the trace channel
+    unsigned char traceWay; ///< _EXPORT_WAY of the trace channel (channel 0)
+    unsigned char dataWay;  ///< _EXPORT_WAY of the data channel (channel 1)
+    unsigned char scheWay;  ///< _EXPORT_WAY of the sche channel (channel 2)
+    char name[31];          ///< process name in "Private" file names: up to 30 characters and a NUL
+    int maxSize;            ///< bytes: an export file longer than this is rotated before it is written
+
+    constexpr TraceSetting()
+        : prefixOn(1), level(LEVEL_VERBOSE), traceWay(WAY_STDOUT), dataWay(WAY_NONE),
+          scheWay(WAY_NONE), name(), maxSize(50000) {}
+};
+
+/// Code of the level called \p name (case ignored). A text that names none is read as a decimal
+/// number in the manner of `atoi` and gives its low 8 bits, so "3" is 3, "300" is 44, "-1" is 255 and
+/// "Fatal" is 0; a null pointer is 0.
+/// \return the code, 0 to 255: not checked against the table
+unsigned char MAKE_TRACE_LEVEL_VAL(const char* name);
+
+/// Copies the name of level \p code to \p name (at least 9 bytes): "Disabled" to "Verbose", or
+/// "invalid" for a code above 4.
+/// \return 0
+int MAKE_TRACE_LEVEL_KEY(unsigned char code, char* name);
+
+/// Code of the export way called \p name, by the rules of MAKE_TRACE_LEVEL_VAL().
+/// \return the code, 0 to 255: not checked against the table
+unsigned char MAKE_TRACE_WAY_VAL(const char* name);
+
+/// Copies the name of export way \p code to \p name (at least 8 bytes): "None" to "ttyp5", or
+/// "invalid" for a code above 9.
+/// \return 0
+int MAKE_TRACE_WAY_KEY(unsigned char code, char* name);
+
+#endif
