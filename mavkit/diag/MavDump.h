@@ -1,14 +1,14 @@
 /// \file
-/// A stream for diagnostic dumps. Values are pushed into it piece by piece; each piece is turned into
-/// text at once and handed to an open stdio stream, or, when there is none, to a trace object, so
-/// that a dump of many pieces is one trace line with one prefix:
+/// A stream for diagnostic dumps. Values are pushed into it piece by piece; each piece is turned
+/// into text at once and handed to an open stdio stream, or, when there is none, to a trace object,
+/// so that a dump of many pieces is one trace line with one prefix:
 ///
 ///     MavDump dump(LEVEL_INFO, 0);
 ///     dump << "meter " << 7 << ": ";
 ///     dump.DumpAsHex(bytes, length) << "\n";
 ///
-/// No operation adds a blank, a separator or a line end of its own. A dump is used by one thread at a
-/// time.
+/// No operation adds a blank, a separator or a line end of its own. A dump is used by one thread at
+/// a time.
 #ifndef MAVKIT_DIAG_MAVDUMP_H
 #define MAVKIT_DIAG_MAVDUMP_H
 
@@ -32,31 +32,33 @@ struct MavDump {
     /// Writes \p text as it stands; a null pointer writes nothing, not even the prefix.
     void OutputString(const char* text);
 
-    MavDump& operator<<(const char* text);               ///< the text; "NULL" for a null pointer
-    MavDump& operator<<(int value);                      ///< "%d"
-    MavDump& operator<<(unsigned int value);             ///< "%u"
-    MavDump& operator<<(long long value);                ///< "%lld"
-    MavDump& operator<<(unsigned long long value);       ///< "%llu"
-    MavDump& operator<<(double value);                   ///< "%f": six decimals, however long the text
-    MavDump& operator<<(const strings& list);            ///< all texts of the list, one after the other
-    MavDump& operator<<(_TRACE_LEVEL level);             ///< its name, by the low 8 bits: "Info"
-    MavDump& operator<<(_EXPORT_WAY way);                ///< its name, by the low 8 bits: "Public"
+    MavDump& operator<<(const char* text);         ///< the text; "NULL" for a null pointer
+    MavDump& operator<<(int value);                ///< "%d"
+    MavDump& operator<<(unsigned int value);       ///< "%u"
+    MavDump& operator<<(long long value);          ///< "%lld"
+    MavDump& operator<<(unsigned long long value); ///< "%llu"
+    MavDump& operator<<(double value);             ///< "%f": six decimals, however long the text
+    MavDump& operator<<(const strings& list);      ///< all texts of the list, one after the other
+    MavDump& operator<<(_TRACE_LEVEL level);       ///< its name, by the low 8 bits: "Info"
+    MavDump& operator<<(_EXPORT_WAY way);          ///< its name, by the low 8 bits: "Public"
 
     /// A calendar time (the seconds of a `time_t`) in local time, `2024-03-05 06:07:08`; 0 writes
     /// "NullTime", a time that cannot be broken down "invalid time " and its seconds.
     MavDump& operator<<(const long& seconds);
 
     /// All fields of a setting by name, on one line:
-    /// `prefixOn=1 level=Verbose traceWay=Stdout dataWay=None scheWay=None name=Command maxSize=50000`
+    /// `prefixOn=1 level=Verbose traceWay=Stdout dataWay=None scheWay=None name=Command
+    /// maxSize=50000`
     MavDump& operator<<(const TraceSetting& setting);
 
-    MavDump& DumpChar(char c);                           ///< the character itself
-    MavDump& DumpAsHex(unsigned char value);             ///< "%02X"
-    MavDump& DumpAsHex(unsigned short value);            ///< "%04X"
-    MavDump& DumpAsHex(unsigned int value);              ///< "%08X"
-    MavDump& DumpAsHex(unsigned long long value);        ///< "%llX"
+    MavDump& DumpChar(char c);                    ///< the character itself
+    MavDump& DumpAsHex(unsigned char value);      ///< "%02X"
+    MavDump& DumpAsHex(unsigned short value);     ///< "%04X"
+    MavDump& DumpAsHex(unsigned int value);       ///< "%08X"
+    MavDump& DumpAsHex(unsigned long long value); ///< "%llX"
 
-    /// \p length bytes at \p data by GetPrintString(): "01 02 AB ", a line feed after every 36 bytes.
+    /// \p length bytes at \p data by GetPrintString(): "01 02 AB ", a line feed after every 36
+    /// bytes.
     MavDump& DumpAsHex(const unsigned char* data, unsigned int length);
     /// The 7-byte BCD record at \p time by GetBcdTimeString(): `2024-03-05 06:07:08`.
     MavDump& DumpBcd7Time(const unsigned char* time);

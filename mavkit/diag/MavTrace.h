@@ -4,13 +4,15 @@
 ///
 ///     MavTrace(LEVEL_INFO, 0)("meter %s: %d W\n", name, watts);
 ///
-/// A message may go to three channels, each on the export way that the active TraceSetting gives it:
+/// A message may go to three channels, each on the export way that the active TraceSetting gives
+/// it:
 ///
-/// | channel   | number | takes a message when          | way field  | public file | private file    |
+/// | channel   | number | takes a message when          | way field  | public file | private file |
 /// |-----------|--------|-------------------------------|------------|-------------|-----------------|
-/// | trace     | 0      | its level <= setting's level  | `traceWay` | trace.log   | trace_NAME.log  |
-/// | data      | 1      | flags bit 0 is set            | `dataWay`  | data.log    | data_NAME.log   |
-/// | sche      | 2      | flags bit 1 is set            | `scheWay`  | sche.log    | sche_NAME.log   |
+/// | trace     | 0      | its level <= setting's level  | `traceWay` | trace.log   | trace_NAME.log
+/// | | data      | 1      | flags bit 0 is set            | `dataWay`  | data.log    |
+/// data_NAME.log   | | sche      | 2      | flags bit 1 is set            | `scheWay`  | sche.log
+/// | sche_NAME.log   |
 ///
 /// The files stand in /mnt/sd/term/common/trace/. A file longer than the setting's `maxSize` is
 /// rotated before the next message: its first 1,000,500 bytes, filled up with zero bytes to exactly
@@ -19,8 +21,8 @@
 ///
 /// With `prefixOn` the first output of each object begins with the tag and the local time, as in
 /// `kor(03-05 06:07:08):`. The file is opened for each message and closed after it. What cannot be
-/// opened or written (a full card, a missing directory) is dropped for that channel; the process goes
-/// on.
+/// opened or written (a full card, a missing directory) is dropped for that channel; the process
+/// goes on.
 #ifndef MAVKIT_DIAG_MAVTRACE_H
 #define MAVKIT_DIAG_MAVTRACE_H
 
@@ -34,20 +36,21 @@ struct MavTrace {
     unsigned int flags; ///< bit 0: also to the data channel; bit 1: also to the sche channel
     bool printed;       ///< whether this object has written its prefix
 
-    /// A message of \p messageLevel (a _TRACE_LEVEL) for the channels in \p channelFlags (bits 0, 1).
+    /// A message of \p messageLevel (a _TRACE_LEVEL) for the channels in \p channelFlags (bits 0,
+    /// 1).
     MavTrace(int messageLevel, unsigned int channelFlags)
         : level(messageLevel), flags(channelFlags), printed(false) {}
 
-    /// Writes the printf-style \p format with its arguments to every channel that takes the message:
-    /// trace, data, sche, in this order. No line end is added. The first channel that is written gets
-    /// the prefix when this object has not written it yet. A message that no channel takes costs two
-    /// comparisons; the clock is not read.
+    /// Writes the printf-style \p format with its arguments to every channel that takes the
+    /// message: trace, data, sche, in this order. No line end is added. The first channel that is
+    /// written gets the prefix when this object has not written it yet. A message that no channel
+    /// takes costs two comparisons; the clock is not read.
     void operator()(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
-    /// Opens the stream that one message of channel \p channel (0 to 2) on export way \p way goes to;
-    /// rotates a file longer than \p maxSize bytes first (a negative limit: always). \p name is the
-    /// process name of way "Private"; a null one counts as empty.
-    /// \return the stream, which the caller closes unless it is `stdout`; null when the way is
+    /// Opens the stream that one message of channel \p channel (0 to 2) on export way \p way goes
+    /// to; rotates a file longer than \p maxSize bytes first (a negative limit: always). \p name is
+    /// the process name of way "Private"; a null one counts as empty. \return the stream, which the
+    /// caller closes unless it is `stdout`; null when the way is
     ///         "None" or unknown, a file way is asked for a channel above 2, the path does not fit
     ///         into 100 characters, or the file or terminal cannot be opened
     std::FILE* GetExportFile(unsigned char channel, unsigned char way, const char* name,
@@ -60,8 +63,8 @@ struct MavTrace {
     const TraceSetting& GetSetting() const;
 
     static const char Prefix[];   ///< the tag at the head of the prefix: "kor"
-    static TraceSetting* Setting; ///< the process's own record, or null for the built-in default; it
-                                  ///< must outlive every trace call
+    static TraceSetting* Setting; ///< the process's own record, or null for the built-in default;
+                                  ///< it must outlive every trace call
 };
 
 #endif

@@ -1,6 +1,6 @@
 /// \file
-/// The general log: one file to which every process of the terminal appends its errors, a line each,
-/// with the time but without levels, settings or rotation. What is informational goes through
+/// The general log: one file to which every process of the terminal appends its errors, a line
+/// each, with the time but without levels, settings or rotation. What is informational goes through
 /// MavTrace instead.
 ///
 /// An entry is the stamp, a tab and the caller's text, which carries its own line end:
@@ -8,7 +8,7 @@
 ///     03-05 06:07:08<TAB>ShareMem: open file error No such file or directory,file name is ...
 ///
 /// (month-day hour:minute:second in local time, no year). The file is opened for each entry and
-/// closed after it, and an entry of up to 1000 bytes reaches it in one write at its end, so
+/// closed after it, and an entry of up to 4 KiB reaches it in one write at its end, so
 /// processes that log at once never mix their lines.
 #ifndef MAVKIT_DIAG_TRACE_H
 #define MAVKIT_DIAG_TRACE_H
@@ -29,9 +29,9 @@ struct Trace {
 
     /// Appends one entry: the stamp and the printf-style \p format with its arguments.
     ///
-    /// A file that cannot be opened (no card, no descriptors) sends the text alone, without stamp, to
-    /// standard output. Write errors, a full card among them, are ignored: the entry is lost, the
-    /// process goes on. Returns nothing and throws nothing.
+    /// A file that cannot be opened (no card, no descriptors) sends the text alone, without stamp,
+    /// to standard output. Write errors, a full card among them, are ignored: the entry is lost,
+    /// the process goes on. Returns nothing and throws nothing.
     void operator()(const char* format, ...) const __attribute__((format(printf, 2, 3)));
 };
 
@@ -43,12 +43,16 @@ inline void Trace::operator()(const char* format, ...) const {
     va_start(args, format);
     if (std::FILE* file = std::fopen(path, "a+")) {
         // A buffer of our own: no allocation, and one write for the whole entry.
-        char buffer[1024];
+        char buffer[4096];
         std::setvbuf(file, buffer, _IOFBF, sizeof buffer);
         const std::time_t now = std::time(nullptr);
-        if (const std::tm* t = std::localtime(&now))
-            std::fprintf(file, "%02d-%02d %02d:%02d:%02d\t", t->tm_mon + 1, t->tm_mday, t->tm_hour,
-                         t->tm_min, t->tm_sec);
+        std::tm none = {};
+        none.tm_mon = -1; // a clock that cannot be broken down stamps all zeros
+        const std::tm* t = std::localtime(&now);
+        if (t == nullptr)
+            t = &none;
+        std::fprintf(file, "%02d-%02d %02d:%02d:%02d\t", t->tm_mon + 1, t->tm_mday, t->tm_hour,
+                     t->tm_min, t->tm_sec);
         std::vfprintf(file, format, args);
         std::fclose(file);
     } else {

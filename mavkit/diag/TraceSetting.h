@@ -1,6 +1,6 @@
 /// \file
-/// The vocabulary of the trace channel: levels, export ways, and the record that tells a process how
-/// to route its trace output. See MavTrace.h for the channel itself.
+/// The vocabulary of the trace channel: levels, export ways, and the record that tells a process
+/// how to route its trace output. See MavTrace.h for the channel itself.
 #ifndef MAVKIT_DIAG_TRACESETTING_H
 #define MAVKIT_DIAG_TRACESETTING_H
 
@@ -32,13 +32,14 @@ enum _EXPORT_WAY : int {
 /// A fresh record has the prefix on, threshold Verbose, the trace channel on standard output, the
 /// data and sche channels off, no name and a limit of 50000 bytes.
 struct TraceSetting {
-    unsigned char prefixOn; ///< 0 or 1: begin the first output of each trace object with tag and time
-    unsigned char level;    ///< _TRACE_LEVEL: threshold of the trace channel
+    unsigned char
+        prefixOn;        ///< 0 or 1: begin the first output of each trace object with tag and time
+    unsigned char level; ///< _TRACE_LEVEL: threshold of the trace channel
     unsigned char traceWay; ///< _EXPORT_WAY of the trace channel (channel 0)
     unsigned char dataWay;  ///< _EXPORT_WAY of the data channel (channel 1)
     unsigned char scheWay;  ///< _EXPORT_WAY of the sche channel (channel 2)
     char name[31];          ///< process name in "Private" file names: up to 30 characters and a NUL
-    int maxSize;            ///< bytes: an export file longer than this is rotated before it is written
+    int maxSize; ///< bytes: an export file longer than this is rotated before it is written
 
     constexpr TraceSetting()
         : prefixOn(1), level(LEVEL_VERBOSE), traceWay(WAY_STDOUT), dataWay(WAY_NONE),
@@ -46,9 +47,8 @@ struct TraceSetting {
 };
 
 /// Code of the level called \p name (case ignored). A text that names none is read as a decimal
-/// number in the manner of `atoi` and gives its low 8 bits, so "3" is 3, "300" is 44, "-1" is 255 and
-/// "Fatal" is 0; a null pointer is 0.
-/// \return the code, 0 to 255: not checked against the table
+/// number in the manner of `atoi` and gives its low 8 bits, so "3" is 3, "300" is 44, "-1" is 255
+/// and "Fatal" is 0; a null pointer is 0. \return the code, 0 to 255: not checked against the table
 unsigned char MAKE_TRACE_LEVEL_VAL(const char* name);
 
 /// Copies the name of level \p code to \p name (at least 9 bytes): "Disabled" to "Verbose", or
