@@ -1,0 +1,85 @@
+#include "mavkit/encoding/HexText.h"
+
+#include <cstring>
+
+namespace {
+
+// Zeros before a short text add nothing to its value, so the characters are simply shifted in.
+unsigned int ReadHex(const char* text, int width) {
+    unsigned int value = 0;
+    if (text != nullptr) {
+        for (int i = 0; i < width && text[i] != '\0'; ++i) {
+            value = value << 4 | Char_No1Hex(text[i]);
+        }
+    }
+    return value;
+}
+
+void WriteHex(unsigned long value, char* text, int width) {
+    text[width] = '\0';
+    for (int i = width - 1; i >= 0; --i) {
+        text[i] = Get_Low4ofChar(static_cast<unsigned char>(value & 0x0F));
+        value >>= 4;
+    }
+}
+
+bool IsDecimal(char c) { return c >= '0' && c <= '9'; }
+
+} // namespace
+
+unsigned char Char_No1Hex(char c) {
+    const int code = static_cast<signed char>(c);
+    return static_cast<unsigned char>((code < 'A' ? code - 0x30 : code - 0x37) & 0x0F);
+}
+
+unsigned char String_Asc2TouChar(char* text) {
+    if (text == nullptr) {
+        return 0;
+    }
+    return static_cast<unsigned char>(Char_No1Hex(text[0]) << 4 | Char_No1Hex(text[1]));
+}
+
+unsigned short String_Asc4TouShort(const char* text) {
+    return static_cast<unsigned short>(ReadHex(text, 4));
+}
+
+unsigned int String_Asc8TouLong(char* text) { return ReadHex(text, 8); }
+
+char Get_Low4ofChar(unsigned char byte) { return "0123456789ABCDEF"[byte & 0x0F]; }
+
+void String_uCharToAsc2(unsigned char value, char* text) { WriteHex(value, text, 2); }
+
+void String_uShortToAsc4(unsigned short value, char* text) { WriteHex(value, text, 4); }
+
+void String_uLongToAsc8(unsigned long value, char* text) { WriteHex(value, text, 8); }
+
+int No2Char_Dec1(char tens, char units) {
+    if (!IsDecimal(tens) || !IsDecimal(units)) {
+        return -2;
+    }
+    return (tens - '0') * 10 + (units - '0');
+}
+
+int isbcdchar(char c) {
+    const bool letter = (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+    return IsDecimal(c) || letter ? 1 : 0;
+}
+
+int String_CutLine(char* key, char* value, char* line, char separator) {
+    const size_t length = line == nullptr ? 0 : strlen(line);
+    const char* cut = nullptr;
+    // A search by length, not strchr: a zero separator is then not found instead of cutting at the end.
+    if (length != 0) {
+        cut = static_cast<const char*>(memchr(line, separator, length));
+    }
+    if (cut == nullptr) {
+        key[0] = '\0';
+        value[0] = '\0';
+        return -2;
+    }
+    const size_t keyLength = static_cast<size_t>(cut - line);
+    memcpy(key, line, keyLength);
+    key[keyLength] = '\0';
+    memcpy(value, cut + 1, length - keyLength); // with the terminator
+    return 0;
+}
