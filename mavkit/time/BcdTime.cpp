@@ -1,0 +1,179 @@
+#include "mavkit/time/BcdTime.h"
+
+#include "mavkit/time/LocalTime.h"
+
+#include <cstring>
+
+namespace {
+
+constexpr int kRecord = 7;
+
+char dateText[sizeof "2024-03-05 06:07:08"];
+char clockText[sizeof "06:07:08"];
+
+/// The `Bcd7Time` of `t`: zero bytes, and false, where `t` has no local fields.
+bool Record(time_t t, char* out) {
+    tm f;
+    if (!mavkit::ToFields(t, &f)) {
+        memset(out, 0, kRecord);
+        return false;
+    }
+    mavkit::ToBcd7(f, out);
+    return true;
+}
+
+/// Writes `pattern` at `to`, each '#' as the two hexadecimal digits of the next byte.
+char* Fill(const char* pattern, const char* bytes, char* to) {
+    static const char kDigits[] = "0123456789ABCDEF";
+    char* out = to;
+    for (; *pattern != '\0'; ++pattern) {
+        if (*pattern == '#') {
+            const unsigned b = static_cast<unsigned char>(*bytes++);
+            *out++ = kDigits[b >> 4];
+            *out++ = kDigits[b & 0xF];
+        } else {
+            *out++ = *pattern;
+        }
+    }
+    *out = '\0';
+    return to;
+}
+
+void PutTwoDigits(char* to, int v) {
+    to[0] = static_cast<char>('0' + v / 10);
+    to[1] = static_cast<char>('0' + v % 10);
+}
+
+int TwoDigits(const char* from) { return (from[0] - '0') * 10 + (from[1] - '0'); }
+
+time_t TimeOrNow(const long* t) { return t != nullptr ? static_cast<time_t>(*t) : time(nullptr); }
+
+} // namespace
+
+namespace mavkit {
+
+void ToBcd7(const tm& f, char* out) {
+    const int year = YearOf(f);
+    out[0] = ToBcd(year / 100);
+    out[1] = ToBcd(year % 100);
+    out[2] = ToBcd(f.tm_mon + 1);
+    out[3] = ToBcd(f.tm_mday);
+    out[4] = ToBcd(f.tm_hour);
+    out[5] = ToBcd(f.tm_min);
+    out[6] = ToBcd(f.tm_sec);
+}
+
+void FromBcd7(const char* in, tm* f) {
+    f->tm_year = FromBcd(in[0]) * 100 + FromBcd(in[1]) - 1900;
+    f->tm_mon = FromBcd(in[2]) - 1;
+    f->tm_mday = FromBcd(in[3]);
+    f->tm_hour = FromBcd(in[4]);
+    f->tm_min = FromBcd(in[5]);
+    f->tm_sec = FromBcd(in[6]);
+}
+
+} // namespace mavkit
+
+void Get_CurBCDTime7(char* out) { Record(time(nullptr), out); }
+
+void Time_tTimeToBCDTime7(long t, char* out) { Record(t, out); }
+
+void Get_BCDTime7(long t, char* out) { Record(t, out); }
+
+long Time_BCDTime7TotTime(char const* in, long* out) {
+    tm f = {};
+    mavkit::FromBcd7(in, &f);
+    return *out = mavkit::ToTime(&f);
+}
+
+long Time_BCDTime7ToTm(char* in, tm* out) {
+    mavkit::FromBcd7(in, out);
+    return mavkit::ToTime(out);
+}
+
+unsigned char GetWeek(char* in) {
+    tm f = {};
+    Time_BCDTime7ToTm(in, &f);
+    return static_cast<unsigned char>(f.tm_wday);
+}
+
+void Get_CurtmTime(tm* out) {
+    tm f = {};
+    mavkit::ToFields(time(nullptr), &f);
+    out->tm_sec = f.tm_sec;
+    out->tm_min = f.tm_min;
+    out->tm_hour = f.tm_hour;
+    out->tm_mday = f.tm_mday;
+    out->tm_mon = f.tm_mon;
+    out->tm_year = f.tm_year;
+}
+
+void Time_tTimeToAscTime14(long t, char* out) {
+    tm f;
+    if (!mavkit::ToFields(t, &f)) {
+        *out = '\0';
+        return;
+    }
+    const int year = mavkit::YearOf(f);
+    PutTwoDigits(out, year / 100);
+    PutTwoDigits(out + 2, year % 100);
+    PutTwoDigits(out + 4, f.tm_mon + 1);
+    PutTwoDigits(out + 6, f.tm_mday);
+    PutTwoDigits(out + 8, f.tm_hour);
+    PutTwoDigits(out + 10, f.tm_min);
+    PutTwoDigits(out + 12, f.tm_sec);
+    out[14] = '\0';
+}
+
+void Time_Asc14TimeTotmTime(char* in, tm* out) {
+    out->tm_year = TwoDigits(in) * 100 + TwoDigits(in + 2) - 1900;
+    out->tm_mon = TwoDigits(in + 4) - 1;
+    out->tm_mday = TwoDigits(in + 6);
+    out->tm_hour = TwoDigits(in + 8);
+    out->tm_min = TwoDigits(in + 10);
+    out->tm_sec = TwoDigits(in + 12);
+}
+
+void CopyTime7(char* src, char* dst) { memmove(dst, src, kRecord); }
+
+void CopyTime(char* src, char* dst, int n) {
+    if (n > 0) {
+        memmove(dst, src, static_cast<size_t>(n));
+    }
+}
+
+int CompTime(char* a, char* b, int n) {
+    const int order = n > 0 ? memcmp(a, b, static_cast<size_t>(n)) : 0;
+    return (order > 0) - (order < 0);
+}
+
+bool IsBcd7Time(unsigned char const* t) {
+    static const unsigned char kLowest[kRecord] = {0x01, 0x00, 0x01, 0x01, 0x00, 0x00, 0x00};
+    static const unsigned char kHighest[kRecord] = {0x99, 0x99, 0x12, 0x31, 0x23, 0x59, 0x59};
+    for (int i = 0; i < kRecord; ++i) {
+        if (t[i] < kLowest[i] || t[i] > kHighest[i]) {
+            return false;
+        }
+    }
+    return true;
+}
+
+char* bcdtimestr(char* t) { return Fill("##-#-# #:#:#", t, dateText); }
+
+char* timestr(long* t) {
+    char record[kRecord];
+    if (!Record(TimeOrNow(t), record)) {
+        dateText[0] = '\0';
+        return dateText;
+    }
+    return bcdtimestr(record);
+}
+
+char* shorttimestr(long* t) {
+    char record[kRecord];
+    if (!Record(TimeOrNow(t), record)) {
+        clockText[0] = '\0';
+        return clockText;
+    }
+    return Fill("#:#:#", record + 4, clockText);
+}

@@ -1,0 +1,76 @@
+/// \file
+/// A time together with its local calendar fields: what the time family works on inside.
+///
+/// `localtime` and `mktime` are by far the dearest steps of every operation of this family. A
+/// `LocalTime` carries the fields along with the time, so that no operation asks libc for
+/// fields that it already has: POSIX gives back from `mktime` the very fields that `localtime`
+/// would give for its result.
+#ifndef MAVKIT_TIME_LOCALTIME_H
+#define MAVKIT_TIME_LOCALTIME_H
+
+#include <ctime>
+
+namespace mavkit {
+
+struct LocalTime {
+    long t;    // seconds since 1970-01-01 00:00:00 UTC
+    tm fields; // the same moment in local time, where something has filled it in
+};
+
+/// The two decimal digits of a number from 0 to 99 as one packed-BCD byte.
+inline char ToBcd(int v) { return static_cast<char>(v / 10 << 4 | v % 10); }
+
+/// The number in one packed-BCD byte, 0 to 165: a nibble A to F counts as 10 to 15.
+inline int FromBcd(char byte) {
+    const int b = static_cast<unsigned char>(byte);
+    return (b >> 4) * 10 + (b & 0xF);
+}
+
+/// The last four digits of the year of `f`, 0 to 9999.
+inline int YearOf(const tm& f) { return (f.tm_year % 10000 + 11900) % 10000; }
+
+/// Writes the fields of `f` as a `Bcd7Time`.
+void ToBcd7(const tm& f, char* out);
+
+/// Fills in all that `mktime` reads from the seven bytes of a `Bcd7Time`.
+void FromBcd7(const char* in, tm* f);
+
+/// The local fields of `t`. False, with `f` left alone, where the year of `t` does not fit a `tm`.
+inline bool ToFields(time_t t, tm* f) {
+    const tm* const shared = localtime(&t);
+    if (shared == nullptr) {
+        return false;
+    }
+    *f = *shared;
+    return true;
+}
+
+/// Sets `x` to the time `t` and its local fields; false where it has none.
+inline bool Break(long t, LocalTime* x) {
+    x->t = t;
+    return ToFields(t, &x->fields);
+}
+
+/// The time of the local fields `f`, which are normalised; -1 when it fits no `long`.
+inline long ToTime(tm* f) {
+    f->tm_wday = 0;
+    f->tm_yday = 0;
+    f->tm_isdst = -1;
+    const time_t t = mktime(f);
+    return static_cast<long>(t) == t ? static_cast<long>(t) : -1;
+}
+
+/// Sets the time of `x` from its fields, which are normalised, and returns it; -1 as `ToTime`.
+inline long Make(LocalTime* x) { return x->t = ToTime(&x->fields); }
+
+/// Moves `x` by `n` units along the local calendar and returns its time: the core of `dateadd`,
+/// without its exemptions. -1 where the sum is beyond the range of times.
+long AddUnits(LocalTime* x, unsigned char unit, long long n);
+
+/// The number of unit boundaries between two times: the core of `datediff`. Fields are read for
+/// units from `Day` up, and of times above 0 only.
+long UnitsBetween(const LocalTime& from, const LocalTime& to, unsigned char unit);
+
+} // namespace mavkit
+
+#endif
