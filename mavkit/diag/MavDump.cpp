@@ -1,0 +1,123 @@
+#include "mavkit/diag/MavDump.h"
+
+#include "mavkit/diag/PrintString.h"
+#include "mavkit/encoding/MavString.h"
+
+#include <cstddef>
+#include <cstring>
+#include <ctime>
+#include <string>
+
+namespace {
+
+// One value as a piece. The longest: a double of 309 digits with sign, point and six decimals.
+template <typename Value>
+MavDump& Print(MavDump& dump, const char* format, Value value) {
+    char text[320];
+    std::snprintf(text, sizeof text, format, value);
+    dump.OutputString(text);
+    return dump;
+}
+
+} // namespace
+
+void MavDump::OutputString(const char* text) {
+    if (text == nullptr)
+        return;
+    if (stream != nullptr)
+        std::fwrite(text, std::strlen(text), 1, stream);
+    else
+        trace("%s", text);
+}
+
+MavDump& MavDump::operator<<(const char* text) {
+    OutputString(text != nullptr ? text : "NULL");
+    return *this;
+}
+
+MavDump& MavDump::operator<<(int value) { return Print(*this, "%d", value); }
+
+MavDump& MavDump::operator<<(unsigned int value) { return Print(*this, "%u", value); }
+
+MavDump& MavDump::operator<<(long long value) { return Print(*this, "%lld", value); }
+
+MavDump& MavDump::operator<<(unsigned long long value) { return Print(*this, "%llu", value); }
+
+MavDump& MavDump::operator<<(double value) { return Print(*this, "%f", value); }
+
+MavDump& MavDump::operator<<(const long& seconds) {
+    if (seconds == 0)
+        return *this << "NullTime";
+    const std::time_t time = seconds;
+    const std::tm* t = std::localtime(&time);
+    if (t == nullptr)
+        return Print(*this, "invalid time %lld", static_cast<long long>(seconds));
+    char text[64];
+    std::snprintf(text, sizeof text, "%04lld-%02d-%02d %02d:%02d:%02d", t->tm_year + 1900LL,
+                  t->tm_mon + 1, t->tm_mday, t->tm_hour, t->tm_min, t->tm_sec);
+    return *this << text;
+}
+
+MavDump& MavDump::operator<<(const strings& list) {
+    std::size_t length = 10;
+    for (const std::string& text : list)
+        length += text.size();
+    std::string joined;
+    joined.reserve(length);
+    for (const std::string& text : list)
+        joined += text;
+    return *this << joined.c_str();
+}
+
+MavDump& MavDump::operator<<(const TraceSetting& setting) {
+    char level[9];
+    char ways[3][8];
+    MAKE_TRACE_LEVEL_KEY(setting.level, level);
+    MAKE_TRACE_WAY_KEY(setting.traceWay, ways[0]);
+    MAKE_TRACE_WAY_KEY(setting.dataWay, ways[1]);
+    MAKE_TRACE_WAY_KEY(setting.scheWay, ways[2]);
+    char text[160];
+    // The name may lack its terminator in a record that somebody filled carelessly.
+    std::snprintf(text, sizeof text,
+                  "prefixOn=%d level=%s traceWay=%s dataWay=%s scheWay=%s name=%.*s maxSize=%d",
+                  setting.prefixOn, level, ways[0], ways[1], ways[2],
+                  static_cast<int>(sizeof setting.name), setting.name, setting.maxSize);
+    return *this << text;
+}
+
+MavDump& MavDump::operator<<(_TRACE_LEVEL level) {
+    char name[9];
+    MAKE_TRACE_LEVEL_KEY(static_cast<unsigned char>(level), name);
+    return *this << name;
+}
+
+MavDump& MavDump::operator<<(_EXPORT_WAY way) {
+    char name[8];
+    MAKE_TRACE_WAY_KEY(static_cast<unsigned char>(way), name);
+    return *this << name;
+}
+
+MavDump& MavDump::DumpChar(char c) {
+    const char text[2] = {c, '\0'};
+    return *this << text;
+}
+
+MavDump& MavDump::DumpAsHex(unsigned char value) { return Print(*this, "%02X", unsigned{value}); }
+
+MavDump& MavDump::DumpAsHex(unsigned short value) { return Print(*this, "%04X", unsigned{value}); }
+
+MavDump& MavDump::DumpAsHex(unsigned int value) { return Print(*this, "%08X", value); }
+
+MavDump& MavDump::DumpAsHex(unsigned long long value) { return Print(*this, "%llX", value); }
+
+MavDump& MavDump::DumpAsHex(const unsigned char* data, unsigned int length) {
+    std::string text;
+    GetPrintString(text, data, length, true, 0);
+    return *this << text.c_str();
+}
+
+MavDump& MavDump::DumpBcd7Time(const unsigned char* time) {
+    std::string text;
+    GetBcdTimeString(text, time);
+    return *this << text.c_str();
+}

@@ -47,8 +47,7 @@ struct MavDump {
     MavDump& operator<<(const long& seconds);
 
     /// All fields of a setting by name, on one line:
-    /// `prefixOn=1 level=Verbose traceWay=Stdout dataWay=None scheWay=None name=Command
-    /// maxSize=50000`
+    /// `prefixOn=1 level=Verbose traceWay=Stdout dataWay=None scheWay=None name=Command maxSize=50000`
     MavDump& operator<<(const TraceSetting& setting);
 
     MavDump& DumpChar(char c);                    ///< the character itself
@@ -57,8 +56,7 @@ struct MavDump {
     MavDump& DumpAsHex(unsigned int value);       ///< "%08X"
     MavDump& DumpAsHex(unsigned long long value); ///< "%llX"
 
-    /// \p length bytes at \p data by GetPrintString(): "01 02 AB ", a line feed after every 36
-    /// bytes.
+    /// \p length bytes at \p data by GetPrintString(): "01 02 AB ", a line feed after each 36.
     MavDump& DumpAsHex(const unsigned char* data, unsigned int length);
     /// The 7-byte BCD record at \p time by GetBcdTimeString(): `2024-03-05 06:07:08`.
     MavDump& DumpBcd7Time(const unsigned char* time);

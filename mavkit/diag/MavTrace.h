@@ -4,15 +4,13 @@
 ///
 ///     MavTrace(LEVEL_INFO, 0)("meter %s: %d W\n", name, watts);
 ///
-/// A message may go to three channels, each on the export way that the active TraceSetting gives
-/// it:
+/// A message may go to three channels, each on the way that the active TraceSetting gives it:
 ///
-/// | channel   | number | takes a message when          | way field  | public file | private file |
-/// |-----------|--------|-------------------------------|------------|-------------|-----------------|
-/// | trace     | 0      | its level <= setting's level  | `traceWay` | trace.log   | trace_NAME.log
-/// | | data      | 1      | flags bit 0 is set            | `dataWay`  | data.log    |
-/// data_NAME.log   | | sche      | 2      | flags bit 1 is set            | `scheWay`  | sche.log
-/// | sche_NAME.log   |
+/// | channel | number | takes a message when       | way field  | public file | private file   |
+/// |---------|--------|----------------------------|------------|-------------|----------------|
+/// | trace   | 0      | its level <= setting level | `traceWay` | trace.log   | trace_NAME.log |
+/// | data    | 1      | flags bit 0 is set         | `dataWay`  | data.log    | data_NAME.log  |
+/// | sche    | 2      | flags bit 1 is set         | `scheWay`  | sche.log    | sche_NAME.log  |
 ///
 /// The files stand in /mnt/sd/term/common/trace/. A file longer than the setting's `maxSize` is
 /// rotated before the next message: its first 1,000,500 bytes, filled up with zero bytes to exactly

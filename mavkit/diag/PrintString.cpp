@@ -1,0 +1,55 @@
+#include "mavkit/diag/PrintString.h"
+
+#include <cstddef>
+
+namespace {
+
+constexpr char kDigits[] = "0123456789ABCDEF";
+constexpr unsigned kLineBytes = 36;
+
+} // namespace
+
+void GetPrintString(std::string& out, const void* data, unsigned int length, bool asHex,
+                    unsigned int maxLen) {
+    if (data == nullptr)
+        return;
+    const auto* bytes = static_cast<const unsigned char*>(data);
+    const unsigned count = maxLen != 0 && maxLen < length ? maxLen : length;
+    if (!asHex) {
+        out.reserve(out.size() + 8 + count);
+        out.append(static_cast<const char*>(data), count);
+    } else if (count != 0) {
+        // Room for the line feeds as well, so that the text is written in place, in one pass.
+        const std::size_t start = out.size();
+        const std::size_t added = std::size_t{count} * 3 + count / kLineBytes;
+        out.reserve(start + 8 + added);
+        out.resize(start + added);
+        char* to = &out[start];
+        for (const unsigned char* end = bytes + count; bytes != end;) {
+            const std::size_t left = static_cast<std::size_t>(end - bytes);
+            const unsigned char* lineEnd = left < kLineBytes ? end : bytes + kLineBytes;
+            for (; bytes != lineEnd; ++bytes, to += 3) {
+                to[0] = kDigits[*bytes >> 4];
+                to[1] = kDigits[*bytes & 0x0F];
+                to[2] = ' ';
+            }
+            if (left >= kLineBytes)
+                *to++ = '\n';
+        }
+    }
+    if (count < length)
+        out.append("......");
+}
+
+void GetBcdTimeString(std::string& out, const unsigned char* time) {
+    if (time == nullptr)
+        return;
+    // What follows each byte: "2024-03-05 06:07:08".
+    constexpr char kAfter[7] = {0, '-', '-', ' ', ':', ':', 0};
+    for (unsigned i = 0; i < 7; ++i) {
+        out += kDigits[time[i] >> 4];
+        out += kDigits[time[i] & 0x0F];
+        if (kAfter[i] != 0)
+            out += kAfter[i];
+    }
+}

@@ -1,0 +1,165 @@
+#include "mavkit/ipc/Message.h"
+
+#include "mavkit/diag/MavTrace.h"
+#include "mavkit/diag/PrintString.h"
+#include "mavkit/diag/Trace.h"
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <sys/ipc.h>
+#include <sys/msg.h>
+
+namespace {
+
+constexpr char kKeyPath[] = "/root";
+constexpr std::size_t kTypeSize = sizeof(long);
+
+struct Free {
+    void operator()(unsigned char* buffer) const { std::free(buffer); }
+};
+using Buffer = std::unique_ptr<unsigned char, Free>;
+
+// A message buffer for `length` payload bytes, with 3 to spare; null without memory.
+Buffer NewBuffer(std::size_t length) {
+    constexpr std::size_t kExtra = kTypeSize + 3;
+    return Buffer(length > SIZE_MAX - kExtra
+                      ? nullptr
+                      : static_cast<unsigned char*>(std::malloc(length + kExtra)));
+}
+
+} // namespace
+
+Message::Message(int flag) { InitMsg(flag); }
+
+void Message::InitMsg(int flag) {
+    queueId_ = -1;
+    const key_t key = ftok(kKeyPath, flag);
+    if (key == -1) {
+        GENERAL_LOG("Message: Get key from %s ERROR(%s)\n", kKeyPath, std::strerror(errno));
+        return;
+    }
+    queueId_ = msgget(key, IPC_CREAT | 0666);
+    if (queueId_ == -1)
+        GENERAL_LOG("Message: Create message queue(flag=%c) ERROR(%s)\n", flag,
+                    std::strerror(errno));
+    else
+        MavTrace(LEVEL_VERBOSE, 0)("Message: Message queue(flag=%d) id is %d 0x%x.\n", flag,
+                                   queueId_, static_cast<unsigned int>(key));
+}
+
+bool Message::RecvMsg(void* ipMsgBuff, unsigned int& length, long selector) {
+    if (queueId_ == -1 || ipMsgBuff == nullptr)
+        return false;
+    const ssize_t received = msgrcv(queueId_, ipMsgBuff, length, selector, IPC_NOWAIT);
+    if (received != -1) {
+        length = static_cast<unsigned int>(received);
+        return true;
+    }
+    if (errno == E2BIG) {
+        GENERAL_LOG("Message: Message(queueid=%d,type=%ld) receive failed because ipMsgBuff is too "
+                    "small.\n",
+                    queueId_, selector);
+        // Out of the queue with it, or it would be in the way of every receive to come.
+        msgrcv(queueId_, ipMsgBuff, length, selector, IPC_NOWAIT | MSG_NOERROR);
+    } else if (errno != ENOMSG) {
+        GENERAL_LOG("Message: Message(queueid=%d,type=%ld) receive ERROR(%s).\n", queueId_,
+                    selector, std::strerror(errno));
+    }
+    return false;
+}
+
+bool Message::RecvData(unsigned char* bytes, unsigned int& length, long selector) {
+    if (queueId_ == -1)
+        return false;
+    const Buffer buffer = NewBuffer(length);
+    if (buffer == nullptr) {
+        GENERAL_LOG("Message: RecvData of message(queueid=%d,type=%ld) malloc memory failed!\n",
+                    queueId_, selector);
+        return false;
+    }
+    if (!RecvMsg(buffer.get(), length, selector))
+        return false;
+    if (bytes != nullptr)
+        std::memcpy(bytes, buffer.get() + kTypeSize, length);
+    return true;
+}
+
+bool Message::HasMsg(long selector) {
+    if (queueId_ == -1)
+        return false;
+    // A message that does not fit into no room at all stays where it is and is told as too big. The
+    // buffer is real all the same: some kernels and emulators refuse a null one first.
+    long probe[2];
+    return msgrcv(queueId_, probe, 0, selector, IPC_NOWAIT) == -1 && errno == E2BIG;
+}
+
+void Message::ClearMsg(long selector) {
+    if (queueId_ == -1)
+        return;
+    struct {
+        long type;
+        char payload[4];
+    } message;
+    while (msgrcv(queueId_, &message, 1, selector, IPC_NOWAIT | MSG_NOERROR) != -1) {
+    }
+    MavTrace(LEVEL_VERBOSE, 0)("Message: Message(queueid=%d,type=%ld) finished clear.\n", queueId_,
+                               selector);
+}
+
+bool Message::SendMsg(void* msg, unsigned int length) {
+    if (queueId_ == -1 || msg == nullptr)
+        return false;
+    if (length == 0)
+        return true;
+    long type;
+    std::memcpy(&type, msg, kTypeSize);
+    if (msgsnd(queueId_, msg, length, IPC_NOWAIT) == -1) {
+        const long upToType = static_cast<long>(0UL - static_cast<unsigned long>(type));
+        const long drains[3] = {type, upToType, 0};
+        int tried = 0;
+        do {
+            if (tried == 3) {
+                GENERAL_LOG("Message: Message(queueid=%d,type=%ld) send ERROR(%s)!\n", queueId_,
+                            type, std::strerror(errno));
+                return false;
+            }
+            ClearMsg(drains[tried++]);
+        } while (msgsnd(queueId_, msg, length, IPC_NOWAIT) == -1);
+    }
+    char head[128];
+    const int headLength = std::snprintf(
+        head, sizeof head, "Message(queueid=%d,type=%ld) send succeed(%d bytes):", queueId_, type,
+        static_cast<int>(length));
+    std::string line(head, static_cast<std::size_t>(headLength));
+    GetPrintString(line, static_cast<unsigned char*>(msg) + kTypeSize, length, true, 0);
+    MavTrace(LEVEL_VERBOSE, 0)("%s\n", line.c_str());
+    return true;
+}
+
+bool Message::SendData(const unsigned char* bytes, unsigned int length, long type) {
+    if (queueId_ == -1 || bytes == nullptr)
+        return false;
+    if (length == 0)
+        return true;
+    const Buffer buffer = NewBuffer(length);
+    if (buffer == nullptr) {
+        GENERAL_LOG("Message: SendData of message(queueid=%d,type=%ld) malloc memory failed!\n",
+                    queueId_, type);
+        return false;
+    }
+    std::memcpy(buffer.get(), &type, kTypeSize);
+    std::memcpy(buffer.get() + kTypeSize, bytes, length);
+    return SendMsg(buffer.get(), length);
+}
+
+void Message::Destroy() {
+    if (queueId_ != -1 && msgctl(queueId_, IPC_RMID, nullptr) == -1)
+        MavTrace(LEVEL_VERBOSE, 0)("Message: Remove message(queueid=%d) queue ERROR(%s)!\n",
+                                   queueId_, std::strerror(errno));
+}

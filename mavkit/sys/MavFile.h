@@ -27,7 +27,7 @@ public:
     static int OpenFile(const char* path, bool unused);
 
     /// Creates the file \p path, \p size bytes long, every byte \p fill; an old file is replaced.
-    /// \return 0; -1 for a null path, a size below 1, a file that cannot be opened, no memory, or
+    /// \return 0; -1 for a null path, a size below 1, a file that cannot be opened, or
     ///         when the last block could not be written, as on a full card
     static int CreateFile(const char* path, long size, unsigned char fill);
 
