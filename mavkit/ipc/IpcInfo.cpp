@@ -1,0 +1,104 @@
+#include "mavkit/ipc/IpcInfo.h"
+
+#include "mavkit/diag/Trace.h"
+
+#include <climits>
+#include <cstdint>
+#include <cstring>
+#include <ctime>
+
+namespace {
+
+constexpr unsigned int kHead = 32;
+
+// Bytes of a flat record with strings of these lengths.
+std::uint64_t Total(std::uint64_t length1, std::uint64_t length2, std::uint64_t length3) {
+    return kHead + length1 + length2 + length3;
+}
+
+unsigned char* PutNumber(unsigned char* slot, unsigned int value) {
+    for (int shift = 0; shift < 32; shift += 8)
+        *slot++ = static_cast<unsigned char>(value >> shift);
+    return slot;
+}
+
+unsigned int GetNumber(const unsigned char* slot) {
+    return slot[0] | static_cast<unsigned int>(slot[1]) << 8 |
+           static_cast<unsigned int>(slot[2]) << 16 | static_cast<unsigned int>(slot[3]) << 24;
+}
+
+// Copies `bytes` up to its first zero byte and fills the rest of its span with zero bytes.
+unsigned char* PutText(unsigned char* span, const ByteString& bytes) {
+    const std::size_t length = bytes.size();
+    const std::size_t text = strnlen(reinterpret_cast<const char*>(bytes.data()), length);
+    std::memcpy(span, bytes.data(), text);
+    std::memset(span + text, 0, length - text);
+    return span + length;
+}
+
+void ReserveMore(ByteString& bytes, unsigned int more) {
+    if (bytes.capacity() - bytes.size() < more)
+        bytes.reserve(bytes.size() + more);
+}
+
+} // namespace
+
+unsigned int IpcInfo::Serialize(unsigned char* buffer, unsigned int capacity) const {
+    const std::uint64_t total = Total(bytes1.size(), bytes2.size(), bytes3.size());
+    if (buffer == nullptr || capacity < total)
+        return 0;
+    unsigned char* at = buffer;
+    at = PutNumber(at, static_cast<unsigned int>(first));
+    at = PutNumber(at, static_cast<unsigned int>(second));
+    at = PutNumber(at, static_cast<unsigned int>(type));
+    at = PutNumber(at, static_cast<unsigned int>(createTime));
+    at = PutNumber(at, lifetime);
+    // Each length is below the total, which is not above the capacity: it fits.
+    at = PutNumber(at, static_cast<unsigned int>(bytes1.size()));
+    at = PutNumber(at, static_cast<unsigned int>(bytes2.size()));
+    at = PutNumber(at, static_cast<unsigned int>(bytes3.size()));
+    at = PutText(at, bytes1);
+    at = PutText(at, bytes2);
+    PutText(at, bytes3);
+    return static_cast<unsigned int>(total);
+}
+
+unsigned int IpcInfo::Deserialize(unsigned char* buffer, unsigned int length) {
+    if (buffer == nullptr || length < kHead)
+        return 0;
+    first = static_cast<int>(GetNumber(buffer));
+    second = static_cast<int>(GetNumber(buffer + 4));
+    type = static_cast<int>(GetNumber(buffer + 8));
+    createTime = static_cast<int>(GetNumber(buffer + 12));
+    lifetime = GetNumber(buffer + 16);
+    const unsigned int length1 = GetNumber(buffer + 20);
+    const unsigned int length2 = GetNumber(buffer + 24);
+    const unsigned int length3 = GetNumber(buffer + 28);
+    if (length < Total(length1, length2, length3))
+        return 0;
+
+    // Room for all three before the first is touched.
+    ReserveMore(bytes1, length1);
+    ReserveMore(bytes2, length2);
+    ReserveMore(bytes3, length3);
+    const unsigned char* at = buffer + kHead;
+    bytes1.append(at, length1);
+    at += length1;
+    bytes2.append(at, length2);
+    at += length2;
+    bytes3.append(at, length3);
+    const std::uint64_t total = Total(bytes1.size(), bytes2.size(), bytes3.size());
+    return total < UINT_MAX ? static_cast<unsigned int>(total) : UINT_MAX;
+}
+
+bool IpcInfo::IsValid() const {
+    if (type == 0)
+        return false;
+    if (lifetime == 0 || createTime <= 0)
+        return true;
+    const std::int64_t age = static_cast<std::int64_t>(std::time(nullptr)) - createTime;
+    if (age <= 0 || lifetime >= age)
+        return true;
+    GENERAL_LOG("IpcInfo: Rpc info was expired.Type is %d\n", type);
+    return false;
+}
