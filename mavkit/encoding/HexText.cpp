@@ -28,8 +28,10 @@ bool IsDecimal(char c) { return c >= '0' && c <= '9'; }
 } // namespace
 
 unsigned char Char_No1Hex(char c) {
-    const int code = static_cast<signed char>(c);
-    return static_cast<unsigned char>((code < 'A' ? code - 0x30 : code - 0x37) & 0x0F);
+    // Modulo 16, subtracting 0x30 adds nothing and subtracting 0x37 adds 9.
+    const unsigned int code = static_cast<unsigned char>(c);
+    const unsigned int letter = code >= 'A' && code < 0x80 ? 9 : 0;
+    return (code + letter) & 0x0F;
 }
 
 unsigned char String_Asc2TouChar(char* text) {
@@ -66,20 +68,18 @@ int isbcdchar(char c) {
 }
 
 int String_CutLine(char* key, char* value, char* line, char separator) {
-    const size_t length = line == nullptr ? 0 : strlen(line);
     const char* cut = nullptr;
-    // A search by length, not strchr: a zero separator is then not found instead of cutting at the end.
-    if (length != 0) {
-        cut = static_cast<const char*>(memchr(line, separator, length));
+    if (line != nullptr && separator != '\0') {
+        cut = strchr(line, separator);
     }
     if (cut == nullptr) {
         key[0] = '\0';
         value[0] = '\0';
         return -2;
     }
-    const size_t keyLength = static_cast<size_t>(cut - line);
-    memcpy(key, line, keyLength);
-    key[keyLength] = '\0';
-    memcpy(value, cut + 1, length - keyLength); // with the terminator
+    const size_t length = static_cast<size_t>(cut - line);
+    memcpy(key, line, length);
+    key[length] = '\0';
+    memmove(value, cut + 1, strlen(cut + 1) + 1);
     return 0;
 }
