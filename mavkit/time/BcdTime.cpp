@@ -1,5 +1,6 @@
 #include "mavkit/time/BcdTime.h"
 
+#include "mavkit/encoding/BcdByte.h"
 #include "mavkit/time/LocalTime.h"
 
 #include <cstring>
@@ -37,6 +38,14 @@ char* Fill(const char* pattern, const char* bytes, char* to) {
     }
     *out = '\0';
     return to;
+}
+
+char ToBcd(int value) {
+    return static_cast<char>(mavkit::ToBcdByte(static_cast<unsigned int>(value)));
+}
+
+int FromBcd(char byte) {
+    return static_cast<int>(mavkit::FromBcdByte(static_cast<unsigned char>(byte)));
 }
 
 void PutTwoDigits(char* to, int v) {

@@ -1,0 +1,212 @@
+#include "mavkit/time/Calendar.h"
+
+#include "mavkit/time/BcdTime.h"
+#include "mavkit/time/LocalTime.h"
+
+#include <cstring>
+
+namespace {
+
+constexpr int kSecondsADay = 86400;
+
+/// Seconds in a unit that is trimmed without a calendar, `Second` to `Hour`; 0 for all others.
+int FixedLength(unsigned char unit) {
+    return unit == Second ? 1 : unit == Minute ? 60 : unit == Hour ? 3600 : 0;
+}
+
+/// Adds `n` to the field of `unit` where the sum does not fit an int: what is too much is carried
+/// upwards, in exact arithmetic. False when the year overflows.
+bool AddFar(unsigned char unit, long long n, tm* f) {
+    constexpr int kDays400Years = 146097;
+    long long days = 0;
+    long long years = 0;
+    switch (unit) {
+    case Second:
+        days = n / kSecondsADay;
+        f->tm_sec += static_cast<int>(n % kSecondsADay);
+        break;
+    case Minute:
+        days = n / 1440;
+        f->tm_min += static_cast<int>(n % 1440);
+        break;
+    case Hour:
+        days = n / 24;
+        f->tm_hour += static_cast<int>(n % 24);
+        break;
+    case Day:
+        days = n;
+        break;
+    case Month:
+        years = n / 12;
+        f->tm_mon += static_cast<int>(n % 12);
+        break;
+    default:
+        return false;
+    }
+    f->tm_mday += static_cast<int>(days % kDays400Years);
+    years += days / kDays400Years * 400;
+    return !__builtin_add_overflow(f->tm_year, years, &f->tm_year);
+}
+
+/// `datetrim` of a time above 0 and a unit without a fixed length; works in `f`.
+long TrimToMidnight(unsigned char unit, tm* f) {
+    f->tm_sec = 0;
+    f->tm_min = 0;
+    f->tm_hour = 0;
+    if (unit >= Month) {
+        f->tm_mday = 1;
+    }
+    if (unit >= Year) {
+        f->tm_mon = 0;
+    }
+    return mavkit::ToTime(f);
+}
+
+/// Days from 1970-01-01 to the date of `f`, a year from 1969 on.
+long DayNumber(const tm& f) {
+    const long y = f.tm_year + 1899L; // the last full year; up to 1969 there were 477 leap days
+    return 365 * (y - 1969) + (y / 4 - y / 100 + y / 400) - 477 + f.tm_yday;
+}
+
+/// Calendar days between two moments on the wall clock, truncated toward 0: the hour matters only
+/// where a time stands untrimmed, and just time 0 does.
+long DaysBetween(const tm& a, long secondsA, const tm& b, long secondsB) {
+    const long days = DayNumber(b) - DayNumber(a);
+    if (days > 0 && secondsB < secondsA) {
+        return days - 1;
+    }
+    if (days < 0 && secondsB > secondsA) {
+        return days + 1;
+    }
+    return days;
+}
+
+/// The fields that `x` is counted by, and in `seconds` what of its day counts: nothing, as times
+/// are trimmed, except of time 0, which stands for no time.
+tm FieldsToCount(const mavkit::LocalTime& x, long* seconds) {
+    *seconds = 0;
+    tm f = x.fields;
+    if (x.t <= 0) {
+        mavkit::ToFields(0, &f);
+        *seconds = (f.tm_hour * 60L + f.tm_min) * 60 + f.tm_sec;
+    }
+    return f;
+}
+
+/// `t` to be counted by `unit`, with its fields where they are asked for. A time without fields is
+/// no time.
+mavkit::LocalTime ToCount(unsigned char unit, long t) {
+    mavkit::LocalTime x;
+    x.t = t;
+    if (t > 0 && FixedLength(unit) == 0 && !mavkit::Break(t, &x)) {
+        x.t = 0;
+    }
+    return x;
+}
+
+unsigned int DotsBetween(const char* from, const char* to, unsigned int radix) {
+    const unsigned int step = radix * 60;
+    if (step == 0) {
+        return 0;
+    }
+    long start = 0;
+    long end = 0;
+    Time_BCDTime7TotTime(from, &start);
+    Time_BCDTime7TotTime(to, &end);
+    return start < end ? static_cast<unsigned int>(end - start) / step : 0;
+}
+
+} // namespace
+
+namespace mavkit {
+
+long AddUnits(LocalTime* x, unsigned char unit, long long n) {
+    static constexpr int tm::*kFields[] = {&tm::tm_sec,  &tm::tm_min, &tm::tm_hour,
+                                           &tm::tm_mday, &tm::tm_mon, &tm::tm_year};
+    if (unit >= Second && unit <= Year) {
+        int& field = x->fields.*kFields[unit - Second];
+        int sum = 0;
+        if (!__builtin_add_overflow(field, n, &sum)) {
+            field = sum;
+        } else if (!AddFar(unit, n, &x->fields)) {
+            return x->t = -1;
+        }
+    }
+    return Make(x);
+}
+
+long UnitsBetween(const LocalTime& from, const LocalTime& to, unsigned char unit) {
+    if (const int length = FixedLength(unit)) {
+        return (to.t > 0 ? to.t / length : 0) - (from.t > 0 ? from.t / length : 0);
+    }
+    long secondsA = 0;
+    long secondsB = 0;
+    tm a = FieldsToCount(from, &secondsA);
+    tm b = FieldsToCount(to, &secondsB);
+    if (unit < Second) {
+        const long start = from.t > 0 ? TrimToMidnight(unit, &a) : 0;
+        return (to.t > 0 ? TrimToMidnight(unit, &b) : 0) - start;
+    }
+    if (unit == Day) {
+        return DaysBetween(a, secondsA, b, secondsB);
+    }
+    // The fields of the times themselves count, not those of the trimmed times: they are of the
+    // same month wherever local midnight of its first day exists, and where daylight saving skips
+    // that midnight, mktime gives the first moment after the gap. Where a zone has moved its
+    // standard time then, mktime may step back a month, or not, by what it converted before.
+    const long years = static_cast<long>(b.tm_year) - a.tm_year;
+    return unit == Month ? years * 12 + (b.tm_mon - a.tm_mon) : years;
+}
+
+} // namespace mavkit
+
+long dateadd(unsigned char unit, long n, long t) {
+    mavkit::LocalTime x;
+    if (t <= 0 || n == 0) {
+        return t;
+    }
+    return mavkit::Break(t, &x) ? mavkit::AddUnits(&x, unit, n) : -1;
+}
+
+long datetrim(unsigned char unit, long t) {
+    if (t <= 0) {
+        return 0;
+    }
+    if (const int length = FixedLength(unit)) {
+        return t - t % length;
+    }
+    tm f;
+    return mavkit::ToFields(t, &f) ? TrimToMidnight(unit, &f) : -1;
+}
+
+long datediff(unsigned char unit, long t1, long t2) {
+    return mavkit::UnitsBetween(ToCount(unit, t1), ToCount(unit, t2), unit);
+}
+
+long bcddatediff(unsigned char unit, char const* a, char const* b) {
+    mavkit::LocalTime from;
+    mavkit::LocalTime to;
+    mavkit::MakeBcd7(a, &from);
+    mavkit::MakeBcd7(b, &to);
+    return mavkit::UnitsBetween(from, to, unit);
+}
+
+void Add_nRadixOnBCDTime7(char* in, unsigned int radix, int n, char* out) {
+    const int seconds = static_cast<int>(radix * 60 * static_cast<unsigned int>(n));
+    long t = 0;
+    Time_BCDTime7TotTime(in, &t);
+    __builtin_add_overflow(t, seconds, &t); // wraps around with a 32-bit long
+    Time_tTimeToBCDTime7(t, out);
+}
+
+unsigned int Time_BCDTime7ToDots(char* from, char* to, unsigned int radix) {
+    return DotsBetween(from, to, radix);
+}
+
+unsigned int Time_BCDTime5ToDots(char* from, char* to, unsigned int radix) {
+    char start[7] = {0x20};
+    char end[7] = {0x20};
+    memcpy(start + 1, from, 5);
+    memcpy(end + 1, to, 5);
+    return DotsBetween(start, end, radix);
+}

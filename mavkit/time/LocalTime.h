@@ -13,18 +13,9 @@
 namespace mavkit {
 
 struct LocalTime {
-    long t;    // seconds since 1970-01-01 00:00:00 UTC
-    tm fields; // the same moment in local time, where something has filled it in
+    long t = 0;     // seconds since 1970-01-01 00:00:00 UTC
+    tm fields = {}; // the same moment in local time, where something has filled it in
 };
-
-/// The two decimal digits of a number from 0 to 99 as one packed-BCD byte.
-inline char ToBcd(int v) { return static_cast<char>(v / 10 << 4 | v % 10); }
-
-/// The number in one packed-BCD byte, 0 to 165: a nibble A to F counts as 10 to 15.
-inline int FromBcd(char byte) {
-    const int b = static_cast<unsigned char>(byte);
-    return (b >> 4) * 10 + (b & 0xF);
-}
 
 /// The last four digits of the year of `f`, 0 to 9999.
 inline int YearOf(const tm& f) { return (f.tm_year % 10000 + 11900) % 10000; }
@@ -62,6 +53,12 @@ inline long ToTime(tm* f) {
 
 /// Sets the time of `x` from its fields, which are normalised, and returns it; -1 as `ToTime`.
 inline long Make(LocalTime* x) { return x->t = ToTime(&x->fields); }
+
+/// Sets `x` to the time of the `Bcd7Time` at `in` and returns it; -1 as `ToTime`.
+inline long MakeBcd7(const char* in, LocalTime* x) {
+    FromBcd7(in, &x->fields);
+    return Make(x);
+}
 
 /// Moves `x` by `n` units along the local calendar and returns its time: the core of `dateadd`,
 /// without its exemptions. -1 where the sum is beyond the range of times.
