@@ -47,7 +47,7 @@ bool ReadText(const char* path, std::string& text) {
     while (fgets(line, sizeof line - 1, stream.file) != nullptr) {
         text += line;
     }
-    return ferror(stream.file) == 0;
+    return feof(stream.file) != 0 && ferror(stream.file) == 0;
 }
 
 } // namespace
