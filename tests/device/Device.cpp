@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <gtest/gtest.h>
 #include <map>
 #include <sstream>
 #include <sys/ipc.h>
@@ -26,11 +27,11 @@ struct Fault {
 };
 
 // Plain arrays: malloc is among the wrapped calls, so this table must not allocate.
-constexpr const char* kNames[] = {
-    "fopen",     "open",      "openat", "time",   "system", "settime", "mktime",
-    "localtime", "malloc",    "strdup", "lseek",  "fread",  "fwrite",  "fgets",
-    "ftok",      "msgget",    "msgsnd", "msgrcv", "msgctl", "mmap",    "msync",
-    "opendir",   "fdopendir", "chdir",  "fchdir", "getcwd", "socket",  "ioctl"};
+constexpr const char* kNames[] = {"fopen",  "open",      "openat", "time",   "system",  "settime",
+                                  "mktime", "localtime", "malloc", "calloc", "strdup",  "lseek",
+                                  "fread",  "fwrite",    "fgets",  "ftok",   "msgget",  "msgsnd",
+                                  "msgrcv", "msgctl",    "mmap",   "msync",  "opendir", "fdopendir",
+                                  "chdir",  "fchdir",    "getcwd", "socket", "ioctl"};
 constexpr int kCount = sizeof kNames / sizeof kNames[0];
 Fault faults[kCount];
 int calls[kCount];
@@ -170,6 +171,7 @@ WRAP_FAULT(std::time_t, mktime, TIME64("mktime", "__mktime64"), -1, (std::tm * t
 WRAP_FAULT(std::tm*, localtime, TIME64("localtime", "__localtime64"), nullptr,
            (const std::time_t* t), (t))
 WRAP_FAULT(void*, malloc, "malloc", nullptr, (std::size_t size), (size))
+WRAP_FAULT(void*, calloc, "calloc", nullptr, (std::size_t count, std::size_t size), (count, size))
 WRAP_FAULT(char*, strdup, "strdup", nullptr, (const char* text), (text))
 WRAP_FAULT(off_t, lseek, FILE64(lseek), -1, (int fd, off_t offset, int whence),
            (fd, offset, whence))
@@ -267,8 +269,10 @@ StdoutCapture::StdoutCapture() : saved_(dup(1)) {
 }
 
 StdoutCapture::~StdoutCapture() {
-    std::fflush(stdout);
+    const std::string rest = Take();
     dup2(saved_, 1);
+    if (testing::Test::HasFailure())
+        std::fputs(rest.c_str(), stdout); // what GoogleTest told was taken as well
     close(saved_);
     close(file_);
 }
