@@ -180,7 +180,9 @@ long datetrim(unsigned char unit, long t) {
 }
 
 long datediff(unsigned char unit, long t1, long t2) {
-    return mavkit::UnitsBetween(ToCount(unit, t1), ToCount(unit, t2), unit);
+    const mavkit::LocalTime from = ToCount(unit, t1);
+    const mavkit::LocalTime to = ToCount(unit, t2);
+    return mavkit::UnitsBetween(from, to, unit);
 }
 
 long bcddatediff(unsigned char unit, char const* a, char const* b) {
