@@ -260,6 +260,12 @@ int Device::Calls(const char* name) { return calls[IndexOf(name)]; }
 
 void Device::ForgetCalls() { std::memset(calls, 0, sizeof calls); }
 
+int Device::LowestFreeDescriptor() {
+    const int fd = dup(0);
+    close(fd);
+    return fd;
+}
+
 StdoutCapture::StdoutCapture() : saved_(dup(1)) {
     char name[] = "/tmp/mavkit-stdout-XXXXXX";
     file_ = mkstemp(name);

@@ -41,6 +41,9 @@ public:
     static int Calls(const char* name);
     static void ForgetCalls();
 
+    /// The number that the next descriptor gets: one that has grown tells of a leak.
+    static int LowestFreeDescriptor();
+
     std::vector<std::string> commands;  ///< what `system` would have run
     int commandResult = 0;              ///< what `system` answers
     std::vector<std::time_t> clockSets; ///< times to which the clock would have been set
