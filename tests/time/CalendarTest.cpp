@@ -5,22 +5,22 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <climits>
 
 namespace {
+
+constexpr bool kWide = LONG_MAX > INT_MAX; // times beyond 2038
 
 TEST(Calendar, UnitsAreAddedOnTheWallClock) {
     static const struct {
         const char* zone;
         int unit;
         long n;
-        const char* from;
-        const char* to;
+        const char *from, *to;
     } kSums[] = {
         {kShanghai, Month, 1, "2024-01-31 00:00:00", "2024-03-02 00:00:00"},
-        {kShanghai, Month, 1, "2023-01-31 00:00:00", "2023-03-03 00:00:00"},
-        {kShanghai, Month, -1, "2024-03-31 10:20:30", "2024-03-02 10:20:30"},
-        {kShanghai, Month, -15, "2024-03-15 10:20:30", "2022-12-15 10:20:30"},
+        {kShanghai, Month, -15, "2024-03-31 10:20:30", "2022-12-31 10:20:30"},
         {kShanghai, Year, 1, "2024-02-29 00:00:00", "2025-03-01 00:00:00"},
         {kShanghai, Year, -4, "2024-02-29 00:00:00", "2020-02-29 00:00:00"},
         {kShanghai, Day, -1, "2024-03-01 00:00:00", "2024-02-29 00:00:00"},
@@ -28,9 +28,8 @@ TEST(Calendar, UnitsAreAddedOnTheWallClock) {
         {kShanghai, Minute, -1, "2024-01-01 00:00:30", "2023-12-31 23:59:30"},
         {kShanghai, Second, 86401, "2024-02-28 23:59:59", "2024-03-01 00:00:00"},
         {kShanghai, 0, 5, "2024-03-05 06:07:08", "2024-03-05 06:07:08"},
-        {kShanghai, 7, 5, "2024-03-05 06:07:08", "2024-03-05 06:07:08"},
-        {kShanghai, 255, -5, "2024-03-05 06:07:08", "2024-03-05 06:07:08"},
-        // The day of the change has 23 or 25 hours; noon stays noon.
+        {kShanghai, 7, -5, "2024-03-05 06:07:08", "2024-03-05 06:07:08"},
+        // Where the clock is changed a day has 23 or 25 hours; noon stays noon.
         {kBerlin, Day, 1, "2024-03-30 12:00:00", "2024-03-31 12:00:00"},
         {kNewYork, Day, -1, "2024-11-04 12:00:00", "2024-11-03 12:00:00"},
         {kSydney, Month, 1, "2024-03-15 12:00:00", "2024-04-15 12:00:00"},
@@ -42,42 +41,39 @@ TEST(Calendar, UnitsAreAddedOnTheWallClock) {
         const auto unit = static_cast<unsigned char>(c.unit);
         EXPECT_EQ(Text(dateadd(unit, c.n, At(c.from))), c.to) << c.from << " + " << c.n;
         EXPECT_EQ(dateadd(unit, 0, At(c.from)), At(c.from));
-        EXPECT_EQ(dateadd(unit, c.n, 0), 0);
-        EXPECT_EQ(dateadd(unit, c.n, -1), -1);
-        EXPECT_EQ(dateadd(unit, c.n, LONG_MIN), LONG_MIN);
+        for (const long none : {0L, -1L, LONG_MIN}) {
+            EXPECT_EQ(dateadd(unit, c.n, none), none);
+            EXPECT_EQ(datetrim(unit, none), 0);
+        }
     }
 }
 
 TEST(Calendar, SumsBeyondAnIntAreExactOrRefused) {
     const Zone zone(kUtc);
     const long t = At("2024-03-05 06:07:08");
-    for (unsigned char unit = Second; unit <= Year; ++unit) {
-        EXPECT_EQ(dateadd(unit, LONG_MAX, t), -1) << int(unit);
-        if (LONG_MAX > INT_MAX) {
-            EXPECT_EQ(dateadd(unit, LONG_MIN, t), -1) << int(unit);
-        }
-    }
-    static const struct {
-        unsigned char unit;
-        long long seconds;
-    } kLengths[] = {{Second, 1}, {Minute, 60}, {Hour, 3600}, {Day, 86400}};
-    for (const auto& c : kLengths) {
-        for (const long long n : {INT_MAX - 5LL, INT_MAX * 1LL, INT_MAX + 7LL, 3000000000LL}) {
-            for (const long long moved : {t + n * c.seconds, t - n * c.seconds}) {
-                const bool fits = moved >= LONG_MIN && moved <= LONG_MAX && n <= LONG_MAX;
-                const long long units = moved > t ? n : -n;
-                if (n <= LONG_MAX) {
-                    EXPECT_EQ(dateadd(c.unit, static_cast<long>(units), t), fits ? moved : -1)
-                        << int(c.unit) << " " << units;
+    static const long long kLengths[] = {1, 60, 3600, 86400};
+    for (unsigned char unit = Second; unit <= Day; ++unit) {
+        for (const long long n : {INT_MAX - 5LL, INT_MAX + 0LL, INT_MAX + 7LL, 3000000000LL}) {
+            for (const long long units : {n, -n}) {
+                const long long moved = t + units * kLengths[unit - Second];
+                if (units >= LONG_MIN && units <= LONG_MAX) {
+                    const bool fits = moved >= LONG_MIN && moved <= LONG_MAX;
+                    EXPECT_EQ(dateadd(unit, static_cast<long>(units), t), fits ? moved : -1)
+                        << int(unit) << " " << units;
                 }
             }
         }
     }
-    if (LONG_MAX > INT_MAX) {
-        const long months = static_cast<long>(12 * 400 * 1000000LL); // whole 400-year cycles
-        EXPECT_EQ(dateadd(Month, months, t), t + 146097LL * 1000000 * 86400);
-        EXPECT_EQ(dateadd(Month, -months - 1, t),
-                  At("2024-02-05 06:07:08") - 146097LL * 1000000 * 86400);
+    for (unsigned char unit = Second; unit <= Year; ++unit) {
+        EXPECT_EQ(dateadd(unit, LONG_MAX, t), -1) << int(unit);
+        EXPECT_TRUE(dateadd(unit, LONG_MIN, t) == -1 || !kWide) << int(unit);
+    }
+    if (kWide) { // whole 400-year cycles
+        const long cycles = static_cast<long>(146097LL * 1000000 * 86400);
+        EXPECT_EQ(dateadd(Month, static_cast<long>(4800000001LL), t),
+                  At("2024-04-05 06:07:08") + cycles);
+        EXPECT_EQ(dateadd(Month, static_cast<long>(-4800000001LL), t),
+                  At("2024-02-05 06:07:08") - cycles);
         EXPECT_EQ(dateadd(Year, INT_MAX, t), -1);
     }
 }
@@ -85,32 +81,19 @@ TEST(Calendar, SumsBeyondAnIntAreExactOrRefused) {
 TEST(Calendar, TimesAreTrimmedToTheirUnit) {
     static const struct {
         const char* zone;
-        const char* t;
-        const char* trimmed[8]; // by unit code
-    } kTimes[] = {
-        {kShanghai,
-         "2024-03-15 10:20:30",
-         {"2024-03-15 00:00:00", "2024-03-15 10:20:30", "2024-03-15 10:20:00",
-          "2024-03-15 10:00:00", "2024-03-15 00:00:00", "2024-03-01 00:00:00",
-          "2024-01-01 00:00:00", "2024-01-01 00:00:00"}},
-        {kKolkata,
-         "2024-02-29 10:20:30",
-         {"2024-02-29 00:00:00", "2024-02-29 10:20:30", "2024-02-29 10:20:00",
-          "2024-02-29 09:30:00", "2024-02-29 00:00:00", "2024-02-01 00:00:00",
-          "2024-01-01 00:00:00", "2024-01-01 00:00:00"}},
-        {kSydney,
-         "2024-10-06 23:59:59",
-         {"2024-10-06 00:00:00", "2024-10-06 23:59:59", "2024-10-06 23:59:00",
-          "2024-10-06 23:00:00", "2024-10-06 00:00:00", "2024-10-01 00:00:00",
-          "2024-01-01 00:00:00", "2024-01-01 00:00:00"}},
+        int unit;
+        const char* start; // of the unit that holds 2024-10-06 10:20:30
+    } kStarts[] = {
+        {kShanghai, Second, "2024-10-06 10:20:30"}, {kShanghai, Minute, "2024-10-06 10:20:00"},
+        {kShanghai, Hour, "2024-10-06 10:00:00"},   {kKolkata, Hour, "2024-10-06 09:30:00"},
+        {kSydney, Day, "2024-10-06 00:00:00"},      {kShanghai, 0, "2024-10-06 00:00:00"},
+        {kSydney, Month, "2024-10-01 00:00:00"},    {kBerlin, Year, "2024-01-01 00:00:00"},
+        {kShanghai, 7, "2024-01-01 00:00:00"},
     };
-    for (const auto& c : kTimes) {
+    for (const auto& c : kStarts) {
         const Zone zone(c.zone);
-        for (unsigned char unit = 0; unit < 8; ++unit) {
-            EXPECT_EQ(Text(datetrim(unit, At(c.t))), c.trimmed[unit]) << c.t << " " << int(unit);
-            EXPECT_EQ(datetrim(unit, 0), 0);
-            EXPECT_EQ(datetrim(unit, LONG_MIN), 0);
-        }
+        const long t = At("2024-10-06 10:20:30");
+        EXPECT_EQ(Text(datetrim(static_cast<unsigned char>(c.unit), t)), c.start) << c.unit;
     }
 }
 
@@ -119,8 +102,8 @@ TEST(Calendar, BoundariesAreCountedNotUnits) {
     static const struct {
         const char* zone;
         int unit;
-        const char* from;
-        const char* to; // null: no time
+        const char* from; // null: no time
+        const char* to;
         long count;
     } kSpans[] = {
         {kShanghai, Second, "2024-02-28 23:59:59", "2024-02-29 00:00:01", 2},
@@ -139,14 +122,11 @@ TEST(Calendar, BoundariesAreCountedNotUnits) {
         {kBerlin, Day, "2024-03-31 00:00:00", "2024-04-01 00:00:00", 1},
         {kBerlin, Day, "2024-03-01 12:00:00", "2024-11-01 06:00:00", 245},
         {kNewYork, Day, "2024-11-03 23:59:59", "2024-11-04 00:00:00", 1},
-        {kSydney, Day, "2024-10-05 12:00:00", "2024-10-07 00:00:00", 2},
         {kSydney, Day, "2000-01-01 00:00:00", "2024-10-06 12:00:00", 9045},
         {kGap, Month, "2023-03-31 12:00:00", "2023-04-15 00:00:00", 1},
         {kGap, Day, "2023-03-31 12:00:00", "2023-04-01 12:00:00", 1},
-        {kGap, 0, "2023-03-31 12:00:00", "2023-04-01 12:00:00", 86400},
         // No time counts as time 0, which is 08:00 in Shanghai and the evening before in New York.
         {kUtc, Second, nullptr, "1970-01-02 00:00:01", 86401},
-        {kUtc, Day, nullptr, "1970-01-03 12:00:00", 2},
         {kShanghai, Day, nullptr, "1970-01-03 12:00:00", 1},
         {kNewYork, Day, nullptr, "1970-01-03 12:00:00", 2},
         {kShanghai, Month, nullptr, "1970-03-01 00:00:00", 2},
@@ -162,59 +142,45 @@ TEST(Calendar, BoundariesAreCountedNotUnits) {
         if (c.from != nullptr) {
             EXPECT_EQ(bcddatediff(unit, Bytes(c.from).data(), Bytes(c.to).data()), c.count);
         }
-        EXPECT_EQ(datediff(unit, 0, -5), 0);
     }
     EXPECT_EQ(datediff(Second, 0, LONG_MAX), LONG_MAX);
 }
 
 TEST(Calendar, IntervalsOfMinutes) {
-    static const struct {
-        const char* from;
-        const char* to;
-        unsigned int radix;
-        unsigned int dots;
-    } kDots[] = {
-        {"2024-03-05 00:00:00", "2024-03-05 01:00:00", 15, 4},
-        {"2024-03-05 00:00:00", "2024-03-05 01:00:00", 7, 8},
-        {"2024-03-05 00:00:00", "2024-03-05 00:59:00", 15, 3},
-        {"2024-02-28 23:45:00", "2024-03-01 00:00:00", 1440, 1},
-        {"2024-03-05 01:00:00", "2024-03-05 00:00:00", 15, 0},
-        {"2024-03-05 00:00:00", "2024-03-05 00:00:00", 1, 0},
-        {"2024-03-05 00:00:00", "2024-03-05 01:00:00", 0, 0},
-        {"2000-01-01 00:00:00", "2037-12-31 23:59:00", 1, 19987199},
-        {"2024-03-05 00:00:00", "2024-03-05 01:00:00", 71582788, 0},
-        {"2024-03-05 00:00:00", "2024-03-05 01:00:00", 1U << 30, 0}, // 0 seconds in 32 bits
-    };
     const Zone zone(kShanghai);
+    static const struct {
+        const char* to; // from 2024-02-28 23:45:00
+        unsigned int radix, dots;
+    } kDots[] = {
+        {"2024-02-29 00:45:00", 15, 4},       {"2024-02-29 00:45:00", 7, 8},
+        {"2024-02-29 00:44:00", 15, 3},       {"2024-03-01 00:00:00", 1440, 1},
+        {"2037-12-31 23:59:00", 1, 7279214},  {"2024-02-28 23:45:00", 1, 0},
+        {"2024-02-28 23:44:00", 1, 0},        {"2024-03-01 00:00:00", 0, 0},
+        {"2024-03-01 00:00:00", 71582788, 0}, {"2024-03-01 00:00:00", 1U << 30, 0}, // 0 in 32 bits
+    };
+    std::string from = Bytes("2024-02-28 23:45:00");
     for (const auto& c : kDots) {
-        std::string from = Bytes(c.from);
         std::string to = Bytes(c.to);
         EXPECT_EQ(Time_BCDTime7ToDots(from.data(), to.data(), c.radix), c.dots) << c.to;
         EXPECT_EQ(Time_BCDTime5ToDots(from.data() + 1, to.data() + 1, c.radix), c.dots) << c.to;
     }
-    std::string from = Bytes("2024-03-05 00:00:01"); // the second counts in a Bcd7Time
-    std::string to = Bytes("2024-03-05 00:15:00");
-    EXPECT_EQ(Time_BCDTime7ToDots(from.data(), to.data(), 15), 0U);
-
     static const struct {
-        const char* in;
         unsigned int radix;
         int n;
-        const char* out;
+        const char* out; // from 2024-02-28 23:45:07
     } kSteps[] = {
-        {"2024-02-28 23:45:00", 15, 2, "2024-02-29 00:15:00"},
-        {"2024-02-28 23:45:00", 15, -4, "2024-02-28 22:45:00"},
-        {"2024-02-28 23:45:07", 1440, 0, "2024-02-28 23:45:07"},
-        {"2024-02-28 23:45:00", 1440, -100, "2023-11-20 23:45:00"},
-        {"2024-02-28 23:45:00", 1U << 30, 3, "2024-02-28 23:45:00"},       // 0 in 32 bits
-        {"2024-02-28 23:45:00", 71582788, 1, "2024-02-28 23:44:44"},       // -16 s in 32 bits
-        {"2024-02-28 23:45:00", 71582789, INT_MIN, "2024-02-28 23:45:00"}, // 44 x 2^31
+        {15, 2, "2024-02-29 00:15:07"},       {15, -4, "2024-02-28 22:45:07"},
+        {1440, 0, "2024-02-28 23:45:07"},     {1440, -100, "2023-11-20 23:45:07"},
+        {1U << 30, 3, "2024-02-28 23:45:07"}, {71582788, 1, "2024-02-28 23:44:51"}, // 32 bits
     };
     for (const auto& c : kSteps) {
-        std::string record = Bytes(c.in);
+        std::string record = Bytes("2024-02-28 23:45:07");
         Add_nRadixOnBCDTime7(record.data(), c.radix, c.n, record.data());
-        EXPECT_EQ(record, Bytes(c.out)) << c.in << " " << c.radix << " " << c.n;
+        EXPECT_EQ(record, Bytes(c.out)) << c.radix << " " << c.n;
     }
+    std::string to = Bytes("2024-02-29 00:00:06"); // the second counts in a Bcd7Time
+    from[6] = 7;
+    EXPECT_EQ(Time_BCDTime7ToDots(from.data(), to.data(), 15), 0U);
 }
 
 TEST(Calendar, WhatLibcCannotConvertIsMinusOne) {
@@ -228,10 +194,9 @@ TEST(Calendar, WhatLibcCannotConvertIsMinusOne) {
     }
     Device::Fail("localtime", EOVERFLOW); // then it counts as time 0
     EXPECT_EQ(datediff(Day, t, At("1970-01-03")), 2);
-    if (LONG_MAX > INT_MAX) {
+    if (kWide) {
         EXPECT_EQ(dateadd(Year, 1, LONG_MAX), -1);
         EXPECT_EQ(datetrim(Day, LONG_MAX), -1);
-        EXPECT_EQ(datediff(Day, LONG_MAX, At("1970-01-03")), 2);
     }
 }
 

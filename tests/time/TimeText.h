@@ -3,6 +3,7 @@
 #ifndef MAVKIT_TESTS_TIMETEXT_H
 #define MAVKIT_TESTS_TIMETEXT_H
 
+#include <cctype>
 #include <cstdio>
 #include <ctime>
 #include <string>
@@ -26,33 +27,28 @@ inline long At(const char* text) {
     return static_cast<long>(std::mktime(&f));
 }
 
-inline std::string Text(long t) {
-    const std::time_t time = t;
-    const std::tm* const f = std::localtime(&time);
-    char text[64] = "none";
-    if (t != -1 && f != nullptr) {
-        std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", f);
-    }
-    return text;
+inline std::string Text(const std::tm& f) {
+    char text[64];
+    return std::string(text, std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &f));
 }
 
-/// The bytes that a text of hexadecimal digits stands for; "-", ":" and blanks do not count.
-inline std::string Bytes(const std::string& hex) {
+inline std::string Text(long t) {
+    const std::time_t time = t;
+    return t == -1 ? "none" : Text(*std::localtime(&time));
+}
+
+/// The bytes that the hexadecimal digits of a text stand for; what is between them does not count.
+inline std::string Bytes(const std::string& text) {
     std::string digits;
-    for (const char c : hex) {
-        if (c != ' ' && c != '-' && c != ':') {
-            digits += c;
-        }
+    for (const char c : text) {
+        digits += std::isxdigit(static_cast<unsigned char>(c)) ? std::string(1, c) : "";
     }
     std::string bytes;
-    for (size_t i = 0; i + 1 < digits.size(); i += 2) {
+    for (size_t i = 0; i < digits.size(); i += 2) {
         bytes += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
     }
     return bytes;
 }
-
-/// The `Bcd7Time` record of `t`.
-inline std::string RecordOf(long t) { return Bytes(Text(t)); }
 
 inline unsigned char* Unsigned(std::string& bytes) {
     return reinterpret_cast<unsigned char*>(bytes.data());
