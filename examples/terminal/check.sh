@@ -1,0 +1,94 @@
+#!/bin/sh
+# check.sh BINDIR: runs the demonstration as a test: whole, without namespaces, on folders that are
+# not as they should be, and interrupted.
+set -u
+bin=$1
+here=$(CDPATH='' cd -- "$(dirname -- "$0")" && pwd -P)
+work=$(mktemp -d) || exit 1
+trap 'rm -rf -- "$work"' EXIT
+mkdir "$work/tmp" "$work/bin"
+export TMPDIR="$work/tmp" # where the demonstration keeps what it must remove
+failures=0
+
+complain() {
+    echo "FAILED: $*"
+    sed 's/^/    /' "$work/out"
+    failures=$((failures + 1))
+}
+# demo STATUS DIR PATTERN...: it ends with STATUS, every pattern is in its output, nothing is left.
+demo() {
+    want=$1 dir=$2
+    shift 2
+    sh "$here/demo.sh" "$bin" "$dir" >"$work/out" 2>&1
+    status=$?
+    [ $status -eq "$want" ] || complain "$dir: status $status, not $want"
+    for pattern in "$@"; do
+        grep -q -e "$pattern" "$work/out" || complain "$dir: no line with '$pattern'"
+    done
+    [ -z "$(ls -A "$TMPDIR")" ] || complain "$dir: something is left in $TMPDIR"
+}
+whole() {
+    demo 0 "$here" '^  sent 27, taken 26, expired 1; 9 frames were damaged$' \
+        '^  2024-03-05 20:02:11    107     2653.36$' \
+        '^  heard from  101-104,107$' '^  silent      105-106,108-109$' \
+        '^  every day, at 00:05  *20..-..-.. 00:05:00$' \
+        '^  every month, on the 1st at 02:00  *20..-..-01 02:00:00$' \
+        '^  meter 107, 2024-03-05 20:02:11, 2653.360000 kWh from 36 53 26 00 $' \
+        'collector: day.frames:22: wrong CRC$' 'IpcInfo: Rpc info was expired.Type is 1$' \
+        '(queueid=[0-9]*,type=1) send succeed(68 bytes):65 00 00 00 ' "$@"
+}
+# folder NAME [SED]: a copy of the example's folder, its configuration edited.
+folder() {
+    mkdir -p "$work/$1" && cp "$here"/*.frames "$work/$1" &&
+        sed -e "${2-}" "$here/terminal.conf" >"$work/$1/terminal.conf"
+}
+bad_conf() {
+    folder conf "$1" && demo 1 "$work/conf" "$2"
+}
+
+whole
+private=$(grep -c '^/mnt/sdcard/log/general.log$' "$work/out")
+
+bad_conf 's/^level=.*/level=Loud/' 'level=Loud is none of: Disabled Error Warn Info Verbose'
+bad_conf 's/^traceWay=.*/traceWay=12/' 'traceWay=12 is none of: None Stdout .* ttyp5'
+bad_conf 's/^limit=.*/limit=much/' 'limit=much is no number from'
+bad_conf 's/^prefix=/prefix /' 'prefix is missing'
+bad_conf 's/^queue=.*/queue=MM/' 'queue=MM must have 1 to 1 characters'
+bad_conf 's/^meters=.*/meters=all/' 'meters=all names no meter'
+bad_conf 's:^name.uplink=.*:name.uplink=../x:' 'name=../x must not hold a /'
+bad_conf 's/^name.collector=.*//' 'name.collector is missing' 'did NOT do'
+demo 1 "$work/none" 'no folder'
+mkdir "$work/empty" && demo 1 "$work/empty" 'no folder with a terminal.conf and a'
+
+# Nothing but noise: told line by line, and a day without a reading is no success.
+folder noise
+{
+    sed 's/#/68/' "$here/day.frames" | tr -d '\n'
+    printf '\n6\n\000\n\377\376=%%s%%n\n'
+} >"$work/noise/day.frames"
+demo 1 "$work/noise" 'sent 0, taken 0' 'day.frames:2: wrong length' 'day.frames:3: not hex' 'did NOT do'
+
+# Interrupted in the middle: both programs end, and nothing stays behind.
+interrupted() {
+    folder long
+    for i in 1 2 3 4 5 6 7 8 9; do cp "$here/day.frames" "$work/long/$i.frames"; done
+    sh "$here/demo.sh" "$bin" "$work/long" >"$work/out" 2>&1 &
+    sleep 0.5
+    kill $! && wait $!
+    status=$?
+    [ $status -eq 143 ] || complain "interrupted: status $status"
+    [ -z "$(ls -A "$TMPDIR")" ] || complain "interrupted: something is left in $TMPDIR"
+}
+interrupted
+
+# The same where namespaces are not to be had, and the queue is one of the whole machine.
+printf '#!/bin/sh\nexit 1\n' >"$work/bin/unshare"
+chmod +x "$work/bin/unshare"
+PATH=$work/bin:$PATH
+before=$(cut -c1-30 /proc/sysvipc/msg 2>/dev/null)
+whole 'No private mounts here'
+[ "$private" -eq 1 ] || echo "no namespaces on this machine: only the plain way was checked"
+interrupted
+[ "$(cut -c1-30 /proc/sysvipc/msg 2>/dev/null)" = "$before" ] || complain "a queue is left"
+
+[ $failures -eq 0 ] && echo "The demonstration holds."

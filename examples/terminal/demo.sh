@@ -1,0 +1,111 @@
+#!/bin/sh
+# demo.sh BINDIR [DIR]: runs collector and uplink, from BINDIR, on the terminal.conf and the *.frames of
+# DIR (this folder's own without one). Exit status 0 when every reading that was sent has arrived and
+# the region with the last ones was found again.
+#
+# Where it may, it runs in namespaces of its own: the terminal's directories are then a tmpfs that
+# only the demonstration sees, and the queue is one that no other process can reach.
+set -u
+
+say() { printf '\n%s\n' "$*"; }
+fail() {
+    printf 'demo: %s\n' "$*" >&2
+    exit 1
+}
+# head_of FILE LINES: the first lines, no longer than a screen is wide, zero bytes left out.
+head_of() { tr -d '\000' <"$1" | cut -c1-98 | head -n "$2" | sed 's/^/  /'; }
+
+private=no
+if [ "${1-}" = --private ]; then
+    private=yes
+    shift
+fi
+if [ $# -lt 1 ] || [ $# -gt 2 ]; then
+    echo "usage: demo.sh BINDIR [DIR]" >&2
+    exit 2
+fi
+bin=$(CDPATH='' cd -- "$1" && pwd -P) || fail "no folder $1"
+dir=$(CDPATH='' cd -- "${2:-$(dirname -- "$0")}" && pwd -P) || fail "no folder ${2-}"
+if [ ! -x "$bin/collector" ] || [ ! -x "$bin/uplink" ]; then
+    fail "no collector and uplink in $bin: build them first"
+fi
+[ -d /root ] || fail "there is no /root, from which the key of every queue is derived"
+
+# The tmpfs covers /mnt: what stands there cannot be run from it.
+terminal='mount -t tmpfs terminal /mnt && mkdir -p /mnt/sdcard/log /mnt/sd/term/common/trace'
+case $bin/:$dir/:$0 in
+*:/mnt/* | /mnt/*) ;;
+*)
+    for flags in -mi -rmi; do
+        [ $private = no ] && unshare $flags sh -c "$terminal" 2>/dev/null &&
+            exec unshare $flags sh "$0" --private "$bin" "$dir"
+    done
+    ;;
+esac
+if [ $private = yes ]; then
+    sh -c "$terminal" || exit 1
+fi
+
+scratch=
+collector=
+uplink=
+finish() {
+    status=$?
+    trap - EXIT
+    trap '' INT TERM HUP PIPE
+    if [ -n "$collector$uplink" ]; then
+        # shellcheck disable=SC2086 # one or two numbers
+        kill $collector $uplink 2>/dev/null
+        wait
+        "$bin/uplink" remove "$dir" >/dev/null 2>&1
+    fi
+    [ -z "$scratch" ] || rm -rf -- "$scratch"
+    exit $status
+}
+trap finish EXIT
+trap 'exit 130' INT
+trap 'exit 141' PIPE
+trap 'exit 143' TERM HUP
+scratch=$(mktemp -d) || exit 1
+
+# A queue that an earlier run had to leave behind; also the first look at the configuration.
+"$bin/uplink" remove "$dir" >"$scratch/out" || exit 1
+
+echo "Two programs of a terminal and a message queue: collector reads captured meter frames and sends"
+echo "the good ones, uplink receives them."
+[ $private = yes ] ||
+    echo "(No private mounts here: what would go to the log and trace files goes to standard output.)"
+
+say "Readings, as they reach uplink"
+"$bin/uplink" receive "$dir" "$scratch/meters.shm" &
+uplink=$!
+"$bin/collector" "$dir" >"$scratch/collector.out" &
+collector=$!
+wait $collector
+sent=$?
+[ $sent -eq 0 ] || kill $uplink 2>/dev/null
+wait $uplink
+received=$?
+collector=
+uplink=
+
+say "The last reading of every meter: uplink, started again, finds it in the shared region"
+"$bin/uplink" show "$dir" "$scratch/meters.shm"
+shown=$?
+
+if [ $private = yes ]; then
+    for file in /mnt/sdcard/log/*.log /mnt/sd/term/common/trace/*.log; do
+        [ ! -f "$file" ] || { say "$file" && head_of "$file" 9; }
+    done
+elif grep -q '^collector: ' "$scratch/collector.out"; then
+    say "What collector had for the general log"
+    grep '^collector: ' "$scratch/collector.out" | sed 's/^/  /'
+fi
+if [ -s "$scratch/collector.out" ]; then
+    say "collector's standard output begins"
+    head_of "$scratch/collector.out" 8
+fi
+if [ $sent -ne 0 ] || [ $received -ne 0 ] || [ $shown -ne 0 ]; then
+    say "The demonstration did NOT do all that it should." >&2
+    exit 1
+fi
