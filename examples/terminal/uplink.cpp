@@ -126,17 +126,19 @@ bool ReceiveAll(Message& queue, MeterTable* table, BitMask* heard) {
         } message;
         unsigned int length = sizeof message.payload;
         IpcInfo info;
-        if (!queue.RecvMsg(&message, length, 0) ||
-            info.Deserialize(message.payload, length) != length || info.type != message.type) {
-            GENERAL_LOG("uplink: a message that is none of ours\n");
-            ++counts.refused;
-        } else if (info.type == kReading) {
+        const bool ours = queue.RecvMsg(&message, length, 0) &&
+                          info.Deserialize(message.payload, length) == length &&
+                          info.type == message.type;
+        if (ours && info.type == kReading) {
             TakeReading(info, table, heard, &counts);
-        } else if (info.type == kEndOfInput) {
+        } else if (ours && info.type == kEndOfInput) {
             std::printf("\n  sent %d, taken %d, expired %d; %d frames were damaged\n", info.first,
                         counts.taken, counts.stale, info.second);
             return info.first > 0 && counts.refused == 0 &&
                    counts.taken + counts.stale == info.first;
+        } else {
+            GENERAL_LOG("uplink: a message that is none of ours\n");
+            ++counts.refused;
         }
     }
     std::fputs(gStop != 0 ? "uplink: stopped\n" : "uplink: the collector is silent\n", stderr);
