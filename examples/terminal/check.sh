@@ -42,8 +42,13 @@ folder() {
     mkdir -p "$work/$1" && cp "$here"/*.frames "$work/$1" &&
         sed -e "${2-}" "$here/terminal.conf" >"$work/$1/terminal.conf"
 }
+# bad_conf SED PATTERN: the configuration is refused at the first look at it.
 bad_conf() {
-    folder conf "$1" && demo 1 "$work/conf" "$2"
+    folder conf "$1" && "$bin/uplink" remove "$work/conf" >"$work/out" 2>&1
+    status=$?
+    if [ $status -ne 1 ] || ! grep -q -e "$2" "$work/out"; then
+        complain "status $status, or no line with '$2'"
+    fi
 }
 
 whole
@@ -56,7 +61,8 @@ bad_conf 's/^prefix=/prefix /' 'prefix is missing'
 bad_conf 's/^queue=.*/queue=MM/' 'queue=MM must have 1 to 1 characters'
 bad_conf 's/^meters=.*/meters=all/' 'meters=all names no meter'
 bad_conf 's:^name.uplink=.*:name.uplink=../x:' 'name=../x must not hold a /'
-bad_conf 's/^name.collector=.*//' 'name.collector is missing' 'did NOT do'
+folder half 's/^name.collector=.*//'
+demo 1 "$work/half" 'name.collector is missing' 'did NOT do'
 demo 1 "$work/none" 'no folder'
 mkdir "$work/empty" && demo 1 "$work/empty" 'no folder with a terminal.conf and a'
 
@@ -73,7 +79,7 @@ interrupted() {
     folder long
     for i in 1 2 3 4 5 6 7 8 9; do cp "$here/day.frames" "$work/long/$i.frames"; done
     sh "$here/demo.sh" "$bin" "$work/long" >"$work/out" 2>&1 &
-    sleep 0.5
+    sleep 0.4
     kill $! && wait $!
     status=$?
     [ $status -eq 143 ] || complain "interrupted: status $status"

@@ -24,8 +24,8 @@ if [ $# -lt 1 ] || [ $# -gt 2 ]; then
     echo "usage: demo.sh BINDIR [DIR]" >&2
     exit 2
 fi
-bin=$(CDPATH='' cd -- "$1" && pwd -P) || fail "no folder $1"
-dir=$(CDPATH='' cd -- "${2:-$(dirname -- "$0")}" && pwd -P) || fail "no folder ${2-}"
+bin=$(CDPATH='' cd -- "$1" 2>/dev/null && pwd -P) || fail "no folder $1"
+dir=$(CDPATH='' cd -- "${2:-$(dirname -- "$0")}" 2>/dev/null && pwd -P) || fail "no folder ${2-}"
 if [ ! -x "$bin/collector" ] || [ ! -x "$bin/uplink" ]; then
     fail "no collector and uplink in $bin: build them first"
 fi
