@@ -62,10 +62,10 @@ long TrimToMidnight(unsigned char unit, tm* f) {
     return mavkit::ToTime(f);
 }
 
-/// Days from 1970-01-01 to the date of `f`, a year from 1969 on.
+/// The date of `f`, a year from 1969 on, as a count of days from some day long before.
 long DayNumber(const tm& f) {
-    const long y = f.tm_year + 1899L; // the last full year; up to 1969 there were 477 leap days
-    return 365 * (y - 1969) + (y / 4 - y / 100 + y / 400) - 477 + f.tm_yday;
+    const long past = f.tm_year + 1899L; // years, for the leap days in them
+    return 365 * past + past / 4 - past / 100 + past / 400 + f.tm_yday;
 }
 
 /// Calendar days between two moments on the wall clock, truncated toward 0: the hour matters only

@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <cerrno>
 #include <map>
 
 namespace {
@@ -114,6 +114,11 @@ TEST(TimeLayout, KnownLayouts) {
                   0);
         EXPECT_EQ(out, Bytes(c.out)) << c.in << " as " << c.out;
     }
+    std::string date = Bytes("05 03 24");
+    std::string weekday(2, '\0');
+    Device::Fail("mktime", EOVERFLOW); // the weekday of the time -1
+    EXPECT_EQ(ExchangeBCDTime(0x64, Unsigned(date), 0xC4, Unsigned(weekday)), 0);
+    EXPECT_EQ(weekday, Bytes("04 05"));
     Device::ForgetCalls();
     std::string same = "\x01\x02\x03\x04\x05\x06\x07";
     std::string copy(7, '\0');
