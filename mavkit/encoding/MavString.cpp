@@ -2,9 +2,9 @@
 
 #include "mavkit/sys/MavFile.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <iterator>
 
 namespace {
 
@@ -26,6 +26,30 @@ constexpr HexDigits MakeHexDigits() {
 }
 
 constexpr HexDigits kHexDigits = MakeHexDigits();
+
+// Walks the fields of a text that a delimiter of `step` characters splits, or does not when step is 0.
+struct FieldWalk {
+    const char* next; // null at the end
+    const char* delimiter;
+    size_t step;
+    bool keepEmpty;
+
+    bool Next(const char*& field, size_t& length) {
+        while (next != nullptr) {
+            field = next;
+            const char* end = nullptr;
+            if (step != 0) {
+                end = step == 1 ? strchr(next, *delimiter) : strstr(next, delimiter);
+            }
+            length = end == nullptr ? strlen(field) : static_cast<size_t>(end - field);
+            next = end == nullptr ? nullptr : end + step;
+            if (length != 0 || keepEmpty || step == 0) {
+                return true;
+            }
+        }
+        return false;
+    }
+};
 
 // Closes the file whatever way the scope is left: growing a string may throw.
 struct OpenStream {
@@ -57,27 +81,28 @@ int strings::addfrom(const char* text, const char* delimiter, bool keepEmpty) {
         return 0;
     }
     const size_t step = delimiter == nullptr ? 0 : strlen(delimiter);
-    // The fields are gathered aside: the list may hold the very texts that are being read.
-    std::vector<std::string> fields;
-    while (text != nullptr) {
-        const char* end = nullptr;
-        if (step != 0) {
-            end = step == 1 ? strchr(text, *delimiter) : strstr(text, delimiter);
-        }
-        const size_t length = end == nullptr ? strlen(text) : static_cast<size_t>(end - text);
-        if (length != 0 || keepEmpty || step == 0) {
-            fields.emplace_back(text, length);
-        }
-        text = end == nullptr ? nullptr : end + step;
+    FieldWalk whole = {text, delimiter, step, keepEmpty};
+    const char* field;
+    size_t length;
+    // A walk more costs less than growing a vector of strings step by step.
+    size_t count = 0;
+    for (FieldWalk walk = whole; walk.Next(field, length);) {
+        ++count;
     }
-    const int count = static_cast<int>(fields.size());
-    if (empty()) {
-        swap(fields);
-    } else {
-        insert(end(), std::make_move_iterator(fields.begin()),
-               std::make_move_iterator(fields.end()));
+    std::string ownText;
+    std::string ownDelimiter;
+    if (count > capacity() - size()) {
+        if (!empty()) {
+            // Growing moves the strings of the list, and both texts may be among them.
+            whole.next = ownText.assign(text).c_str();
+            whole.delimiter = ownDelimiter.assign(step == 0 ? "" : delimiter).c_str();
+        }
+        reserve(std::max(size() + count, 2 * size()));
     }
-    return count;
+    for (FieldWalk walk = whole; walk.Next(field, length);) {
+        emplace_back(field, length);
+    }
+    return static_cast<int>(count);
 }
 
 int ParseHexStr(const char* text, ByteString& bytes) {

@@ -26,7 +26,7 @@ public:
     /// | "a-b", "--"     | "a-b"             | "a-b"                |
     ///
     /// \return the number of strings appended; 0 for a null text. When memory runs out the standard
-    /// exception is passed on and the list is as it was.
+    /// exception is passed on, with some of the fields appended.
     int addfrom(const char* text, const char* delimiter, bool keepEmpty);
 };
 
