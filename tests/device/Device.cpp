@@ -196,6 +196,13 @@ WRAP_FAULT(void*, mmap, FILE64(mmap), MAP_FAILED,
            (address, length, protection, flags, fd, offset))
 WRAP_FAULT(DIR*, opendir, "opendir", nullptr, (const char* path), (path))
 WRAP_FAULT(DIR*, fdopendir, "fdopendir", nullptr, (int fd), (fd))
+WRAPPED(dirent*, readdir, FILE64(readdir), (DIR * dir)) {
+    dirent* entry = Real_readdir(dir);
+    if (entry != nullptr && device != nullptr && device->hideTypes)
+        entry->d_type = DT_UNKNOWN;
+    return entry;
+}
+
 WRAP_FAULT(int, chdir, "chdir", -1, (const char* path), (path))
 WRAP_FAULT(int, fchdir, "fchdir", -1, (int fd), (fd))
 WRAP_FAULT(char*, getcwd, "getcwd", nullptr, (char* buffer, std::size_t size), (buffer, size))
@@ -257,6 +264,8 @@ void Device::Fail(const char* name, int error, int times, int skip) {
 }
 
 int Device::Calls(const char* name) { return calls[IndexOf(name)]; }
+
+std::vector<const char*> Device::Names() { return {kNames, kNames + kCount}; }
 
 void Device::ForgetCalls() { std::memset(calls, 0, sizeof calls); }
 

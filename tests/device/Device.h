@@ -40,10 +40,13 @@ public:
     /// How often the call \p name ran since the device started or ForgetCalls().
     static int Calls(const char* name);
     static void ForgetCalls();
+    /// All names that Fail() and Calls() take.
+    static std::vector<const char*> Names();
 
     /// The number that the next descriptor gets: one that has grown tells of a leak.
     static int LowestFreeDescriptor();
 
+    bool hideTypes = false;             ///< `readdir` tells no type, as on some file systems
     std::vector<std::string> commands;  ///< what `system` would have run
     int commandResult = 0;              ///< what `system` answers
     std::vector<std::time_t> clockSets; ///< times to which the clock would have been set

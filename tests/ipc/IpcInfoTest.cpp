@@ -114,6 +114,11 @@ TEST(IpcInfoTest, ExpiresAfterItsLifetime) {
                    std::to_string(c.type) + "\n";
         EXPECT_EQ(log, device.GeneralLog());
     }
+    IpcInfo old; // past 2106, where time_t can tell
+    old.type = old.createTime = 1;
+    old.lifetime = 10;
+    Device::HoldClock(static_cast<std::time_t>(0x100000001LL));
+    EXPECT_EQ(sizeof(std::time_t) == 4, old.IsValid());
 }
 
 } // namespace

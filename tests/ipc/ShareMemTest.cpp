@@ -144,13 +144,19 @@ TEST_F(ShareMemTest, InitAgainKeepsTheObjectWhole) {
     region.Init((path + "/none").c_str(), 64 * kPage, Fill, Validate, &calls);
     EXPECT_EQ(nullptr, region.base);
     region.Init(path.c_str(), 2 * kPage, Fill, Validate, &calls);
-    region.Init(region.path, 2 * kPage, Fill, nullptr, &calls); // its own text
+    region.Init(region.path, 2 * kPage, nullptr, nullptr, nullptr); // its own text
     EXPECT_EQ(path, region.path);
     EXPECT_EQ(first[0], second[0]);
     EXPECT_EQ(0, munmap(first, kPage) | munmap(second, kPage));
 
     EXPECT_THROW(region.EnsureShareFile(Throw, nullptr, nullptr), int); // the stream is closed
     EXPECT_THROW(region.EnsureShareFile(Throw, Throw, nullptr), int);
+
+    unsigned char* const last = region.base;
+    ASSERT_NE(nullptr, last);
+    region.~ShareMem();
+    EXPECT_EQ(-1, msync(last, 2 * kPage, MS_ASYNC)) << "still mapped";
+    new (&region) ShareMem;
 }
 
 TEST_F(ShareMemTest, ProcessesShareTheRegion) {

@@ -109,6 +109,7 @@ TEST_F(DirScanTest, ReportsEveryEntryDownToTheLimit) {
                       "0 f /fifo",       "0 d / \n\x01\xFF\xC3",
                       "1 f /b/dangling", "1 f / \n\x01\xFF\xC3/%s\\"};
     for (int limit : {INT_MIN, -1, 0, 1, 2, INT_MAX}) {
+        device.hideTypes = limit == -1;
         Entries expected;
         for (const std::string& entry : all)
             if (limit < 0 || entry[0] - '0' <= limit)

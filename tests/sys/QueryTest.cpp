@@ -14,6 +14,7 @@ namespace {
 
 TEST(QueryTest, FindsAProcessByIdAndWholeName) {
     Device device;
+    const int free = Device::LowestFreeDescriptor();
     std::string self;
     std::getline(std::ifstream("/proc/self/comm") >> std::ws, self);
     EXPECT_TRUE(IsProcessRunning(getpid(), nullptr));
@@ -30,6 +31,7 @@ TEST(QueryTest, FindsAProcessByIdAndWholeName) {
     waitpid(gone, nullptr, 0);
     for (int pid : {gone, 0, -1, INT_MIN, INT_MAX})
         EXPECT_FALSE(IsProcessRunning(pid, nullptr)) << pid;
+    EXPECT_EQ(free, Device::LowestFreeDescriptor());
 }
 
 TEST(QueryTest, ReadsAnInterfacesAddress) {
