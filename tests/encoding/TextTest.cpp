@@ -4,10 +4,12 @@
 #include "mavkit/encoding/HexText.h"
 #include "mavkit/encoding/MavString.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <tuple>
 
 namespace {
 
@@ -50,7 +52,7 @@ TEST(Crc, TableAndCheckValues) {
     EXPECT_EQ(Add_CRC(0xFFFF, 0x00), 0xE1F0);
     unsigned short ibm3740 = 0xFFFF;
     unsigned short xmodem = 0;
-    for (const unsigned char digit : {'1', '2', '3', '4', '5', '6', '7', '8', '9'}) {
+    for (unsigned char digit = '1'; digit <= '9'; ++digit) {
         ibm3740 = Add_CRC(ibm3740, digit);
         xmodem = Add_CRC(xmodem, digit);
     }
@@ -78,24 +80,18 @@ TEST(HexText, EveryCharacter) {
 }
 
 TEST(HexText, Readers) {
-    const struct {
-        const char* text;
-        unsigned int asShort;
-        unsigned int asLong;
-    } kCases[] = {
-        {"", 0, 0},
-        {"1A", 0x1A, 0x1A},
-        {"ABCD", 0xABCD, 0xABCD},
-        {"12345", 0x1234, 0x12345},
-        {"1a2b3c4D", 0x1A2B, 0x1A2B3C4D},
-        {"123456789", 0x1234, 0x12345678},
-        {"FFFFFFFF", 0xFFFF, 0xFFFFFFFF},
-    };
-    for (const auto& c : kCases) {
+    using Case = std::tuple<const char*, unsigned int, unsigned int>;
+    for (const auto& [digits, asShort, asLong] : {
+             Case{"", 0, 0},
+             Case{"1A", 0x1A, 0x1A},
+             Case{"12345", 0x1234, 0x12345},
+             Case{"1a2b3c4D", 0x1A2B, 0x1A2B3C4D},
+             Case{"FFFFFFFF9", 0xFFFF, 0xFFFFFFFF},
+         }) {
         char text[16];
-        strcpy(text, c.text);
-        EXPECT_EQ(String_Asc4TouShort(text), c.asShort) << c.text;
-        EXPECT_EQ(String_Asc8TouLong(text), c.asLong) << c.text;
+        strcpy(text, digits);
+        EXPECT_EQ(String_Asc4TouShort(text), asShort) << text;
+        EXPECT_EQ(String_Asc8TouLong(text), asLong) << text;
     }
     EXPECT_EQ(String_Asc4TouShort(nullptr), 0);
     EXPECT_EQ(String_Asc8TouLong(nullptr), 0U);
@@ -122,31 +118,23 @@ TEST(HexText, WritersFillTheirWidthAndNoMore) {
 }
 
 TEST(HexText, CutLine) {
-    const struct {
-        const char* line;
-        char separator;
-        int result;
-        const char* key;
-        const char* value;
-    } kCases[] = {
-        {"path=/a=b", '=', 0, "path", "/a=b"},
-        {"=x", '=', 0, "", "x"},
-        {"k=", '=', 0, "k", ""},
-        {"\tk = v \n", '=', 0, "\tk ", " v \n"},
-        {"nothing", '=', -2, "", ""},
-        {"", '=', -2, "", ""},
-        {"a\xFF z", '\xFF', 0, "a", " z"},
-        {"ends", '\0', -2, "", ""},
-    };
-    for (const auto& c : kCases) {
+    using Case = std::tuple<const char*, char, int, const char*, const char*>;
+    for (const auto& [text, separator, result, left, right] : {
+             Case{"path=/a=b", '=', 0, "path", "/a=b"},
+             Case{"=x", '=', 0, "", "x"},
+             Case{"\tk = v \n", '=', 0, "\tk ", " v \n"},
+             Case{"a\xFF", '\xFF', 0, "a", ""},
+             Case{"nothing", '=', -2, "", ""},
+             Case{"ends", '\0', -2, "", ""},
+         }) {
         char line[16];
-        strcpy(line, c.line);
+        strcpy(line, text);
         char key[16] = "old";
         char value[16] = "old";
-        EXPECT_EQ(String_CutLine(key, value, line, c.separator), c.result) << c.line;
-        EXPECT_STREQ(key, c.key) << c.line;
-        EXPECT_STREQ(value, c.value) << c.line;
-        EXPECT_STREQ(line, c.line);
+        EXPECT_EQ(String_CutLine(key, value, line, separator), result) << text;
+        EXPECT_STREQ(key, left) << text;
+        EXPECT_STREQ(value, right) << text;
+        EXPECT_STREQ(line, text);
     }
     char key[] = "old";
     char value[] = "old";
@@ -156,39 +144,29 @@ TEST(HexText, CutLine) {
 }
 
 TEST(Strings, Split) {
-    const struct {
-        const char* text;
-        const char* delimiter;
-        Fields all;
-    } kCases[] = {
-        {"a,b,,c", ",", {"a", "b", "", "c"}},
-        {"a,", ",", {"a", ""}},
-        {",", ",", {"", ""}},
-        {",,a", ",", {"", "", "a"}},
-        {"", ",", {""}},
-        {"alone", ",", {"alone"}},
-        {"a--b", "--", {"a", "b"}},
-        {"a-b", "--", {"a-b"}},
-        {"a---b-", "--", {"a", "-b-"}},
-        {"aabaabaac", "aabaac", {"aab", ""}},
-        {"a field too long for the string itself\xFFz",
-         "\xFF",
-         {"a field too long for the string itself", "z"}},
-    };
+    using Case = std::tuple<const char*, const char*, Fields>;
     strings list;
     Fields expected;
-    for (const auto& c : kCases) {
-        EXPECT_EQ(list.addfrom(c.text, c.delimiter, true), static_cast<int>(c.all.size()))
-            << c.text;
-        expected.insert(expected.end(), c.all.begin(), c.all.end());
-        int filled = 0;
-        for (const std::string& field : c.all) {
-            if (!field.empty()) {
-                expected.push_back(field);
-                ++filled;
-            }
-        }
-        EXPECT_EQ(list.addfrom(c.text, c.delimiter, false), filled) << c.text;
+    for (const auto& [text, delimiter, fields] : {
+             Case{"a,b,,c", ",", {"a", "b", "", "c"}},
+             Case{"a,", ",", {"a", ""}},
+             Case{",", ",", {"", ""}},
+             Case{",,a", ",", {"", "", "a"}},
+             Case{"", ",", {""}},
+             Case{"a--b", "--", {"a", "b"}},
+             Case{"a-b", "--", {"a-b"}},
+             Case{"a---b-", "--", {"a", "-b-"}},
+             Case{"aabaabaac", "aabaac", {"aab", ""}},
+             Case{"longer than fits without the heap\xFFz",
+                  "\xFF",
+                  {"longer than fits without the heap", "z"}},
+         }) {
+        EXPECT_EQ(list.addfrom(text, delimiter, true), static_cast<int>(fields.size())) << text;
+        expected.insert(expected.end(), fields.begin(), fields.end());
+        Fields filled = fields;
+        filled.erase(std::remove(filled.begin(), filled.end(), ""), filled.end());
+        EXPECT_EQ(list.addfrom(text, delimiter, false), static_cast<int>(filled.size())) << text;
+        expected.insert(expected.end(), filled.begin(), filled.end());
     }
     EXPECT_EQ(list, expected);
 
@@ -209,30 +187,21 @@ TEST(Strings, SplitsItsOwnTexts) {
 }
 
 TEST(HexParse, Text) {
-    const struct {
-        const char* text;
-        ByteString bytes;
-    } kCases[] = {
-        {"", {}},
-        {"g-xyz!\xB1", {}},
-        {"0A 1B", {0x0A, 0x1B}},
-        {"ABC", {0xAB, 0x0C}},
-        {"A B", {0x0A, 0x0B}},
-        {"12:34:5", {0x12, 0x34, 0x05}},
-        {"123 4", {0x12, 0x03, 0x04}},
-        {"fF", {0xFF}},
-        {"1\n2", {0x01, 0x02}},
-        {"0x10", {0x00, 0x10}},
-        {"  7", {0x07}},
-    };
+    using Case = std::tuple<const char*, ByteString>;
     ByteString all;
     ByteString expected;
-    for (const auto& c : kCases) {
-        ByteString bytes;
-        EXPECT_EQ(ParseHexStr(c.text, bytes), 0);
-        EXPECT_EQ(bytes, c.bytes) << c.text;
-        ParseHexStr(c.text, all);
-        expected += c.bytes;
+    for (const auto& [text, bytes] : {
+             Case{"", {}},
+             Case{"g-xyz!\xB1", {}},
+             Case{"0A 1b", {0x0A, 0x1B}},
+             Case{"ABC", {0xAB, 0x0C}},
+             Case{"12:34:5", {0x12, 0x34, 0x05}},
+             Case{"123 4", {0x12, 0x03, 0x04}},
+             Case{"1\n2", {0x01, 0x02}},
+             Case{"  7", {0x07}},
+         }) {
+        EXPECT_EQ(ParseHexStr(text, all), 0);
+        EXPECT_EQ(all, expected += bytes) << text;
     }
     EXPECT_EQ(ParseHexStr(nullptr, all), 0);
     EXPECT_EQ(all, expected);
