@@ -72,7 +72,7 @@ TEST(IpcInfoTest, RefusesWhatIsShorterThanItSays) {
     info.first = 5;
     info.bytes1 = Bytes("kept");
     EXPECT_EQ(0U, info.Deserialize(nullptr, 100));
-    for (std::size_t length : {0, 20, 31})
+    for (std::size_t length : {0U, 20U, 31U})
         EXPECT_EQ(0U, Read(info, Flat(length)));
     EXPECT_EQ(5, info.first);
     for (const std::vector<unsigned int>& lengths : std::vector<std::vector<unsigned int>>{
