@@ -108,7 +108,11 @@ int DoubleToBCD(double value, unsigned char& integerDigits, unsigned char& decim
             --decimalDigits;
         }
     }
-    memset(out, 0, (integerDigits + decimalDigits) / 2U);
+    const unsigned int size = (integerDigits + decimalDigits) / 2U;
+    if (size == 0) {
+        return 0;
+    }
+    memset(out, 0, size);
     const double magnitude = std::fabs(value);
     if (std::isfinite(magnitude) && magnitude >= 0.0001) {
         PackText(magnitude, integerDigits, decimalDigits, out);

@@ -56,18 +56,18 @@ Word LoadBits(const unsigned char* bytes, size_t count) {
 // The first set bit (flip 0) or clear bit (flip kAllBits) at or after `from`, or the mask's end.
 Position FindBit(const ByteString& bits, Position from, Word flip) {
     const size_t size = bits.size();
-    const Position end = static_cast<Position>(size) * CHAR_BIT;
     Word wanted = kAllBits >> from % kWordBits;
     for (size_t at = static_cast<size_t>(from / kWordBits) * kWordBytes; at < size;
          at += kWordBytes) {
         const Word word = (LoadBits(bits.data() + at, size - at) ^ flip) & wanted;
         if (word != 0) {
-            const unsigned int offset = static_cast<unsigned int>(__builtin_clzl(word));
-            return std::min(static_cast<Position>(at) * CHAR_BIT + offset, end);
+            // The zeros that follow the mask count as clear bits, so a clear one is the end at most.
+            return static_cast<Position>(at) * CHAR_BIT +
+                   static_cast<unsigned int>(__builtin_clzl(word));
         }
         wanted = kAllBits;
     }
-    return end;
+    return static_cast<Position>(size) * CHAR_BIT;
 }
 
 // Writes a number so that it ends before `end`, and gives its first character.
