@@ -4,6 +4,7 @@
 #include "mavkit/time/Calendar.h"
 #include "mavkit/time/LocalTime.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 
@@ -14,7 +15,9 @@ using mavkit::LocalTime;
 constexpr unsigned char kUnset = 0xFF;
 
 /// A step as a signed number. One that does not fit is cut: it leads out of every range anyway.
-long long Signed(unsigned long n) { return n < LLONG_MAX ? static_cast<long long>(n) : LLONG_MAX; }
+long long Signed(unsigned long n) {
+    return static_cast<long long>(std::min<unsigned long long>(n, LLONG_MAX));
+}
 
 /// `upboundtime` of `x`, which is above 0; leaves the point in `x`, or -1 as its time.
 void MoveUp(const LocalTime& base, unsigned char unit, unsigned long n, LocalTime* x) {
