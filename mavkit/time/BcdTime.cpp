@@ -14,12 +14,12 @@ char clockText[sizeof "06:07:08"];
 
 /// The `Bcd7Time` of `t`: zero bytes, and false, where `t` has no local fields.
 bool Record(time_t t, char* out) {
-    tm f;
-    if (!mavkit::ToFields(t, &f)) {
+    const tm* const f = localtime(&t);
+    if (f == nullptr) {
         memset(out, 0, kRecord);
         return false;
     }
-    mavkit::ToBcd7(f, out);
+    mavkit::ToBcd7(*f, out);
     return true;
 }
 
@@ -48,11 +48,6 @@ int FromBcd(char byte) {
     return static_cast<int>(mavkit::FromBcdByte(static_cast<unsigned char>(byte)));
 }
 
-void PutTwoDigits(char* to, int v) {
-    to[0] = static_cast<char>('0' + v / 10);
-    to[1] = static_cast<char>('0' + v % 10);
-}
-
 int TwoDigits(const char* from) { return (from[0] - '0') * 10 + (from[1] - '0'); }
 
 time_t TimeOrNow(const long* t) { return t != nullptr ? static_cast<time_t>(*t) : time(nullptr); }
@@ -62,9 +57,12 @@ time_t TimeOrNow(const long* t) { return t != nullptr ? static_cast<time_t>(*t) 
 namespace mavkit {
 
 void ToBcd7(const tm& f, char* out) {
-    const int year = YearOf(f);
-    out[0] = ToBcd(year / 100);
-    out[1] = ToBcd(year % 100);
+    unsigned int year = static_cast<unsigned int>(f.tm_year) + 1900;
+    if (year > 9999) { // or below 0
+        year = static_cast<unsigned int>(f.tm_year % 10000 + 11900) % 10000;
+    }
+    out[0] = static_cast<char>(mavkit::ToBcdByte(year / 100));
+    out[1] = static_cast<char>(mavkit::ToBcdByte(year % 100));
     out[2] = ToBcd(f.tm_mon + 1);
     out[3] = ToBcd(f.tm_mday);
     out[4] = ToBcd(f.tm_hour);
@@ -118,20 +116,11 @@ void Get_CurtmTime(tm* out) {
 }
 
 void Time_tTimeToAscTime14(long t, char* out) {
-    tm f;
-    if (!mavkit::ToFields(t, &f)) {
-        *out = '\0';
-        return;
+    char record[kRecord];
+    *out = '\0';
+    if (Record(t, record)) {
+        Fill("#######", record, out);
     }
-    const int year = mavkit::YearOf(f);
-    PutTwoDigits(out, year / 100);
-    PutTwoDigits(out + 2, year % 100);
-    PutTwoDigits(out + 4, f.tm_mon + 1);
-    PutTwoDigits(out + 6, f.tm_mday);
-    PutTwoDigits(out + 8, f.tm_hour);
-    PutTwoDigits(out + 10, f.tm_min);
-    PutTwoDigits(out + 12, f.tm_sec);
-    out[14] = '\0';
 }
 
 void Time_Asc14TimeTotmTime(char* in, tm* out) {

@@ -14,37 +14,22 @@ int FixedLength(unsigned char unit) {
     return unit == Second ? 1 : unit == Minute ? 60 : unit == Hour ? 3600 : 0;
 }
 
-/// Adds `n` to the field of `unit` where the sum does not fit an int: what is too much is carried
-/// upwards, in exact arithmetic. False when the year overflows.
-bool AddFar(unsigned char unit, long long n, tm* f) {
+/// Adds `n` units to `field`, theirs in `f`, where the sum does not fit an int: what is too much is
+/// carried upwards, in exact arithmetic. False when the year overflows.
+bool AddFar(unsigned char unit, long long n, int* field, tm* f) {
+    static const int kUnitsADay[] = {kSecondsADay, 1440, 24, 1};
     constexpr int kDays400Years = 146097;
-    long long days = 0;
-    long long years = 0;
-    switch (unit) {
-    case Second:
-        days = n / kSecondsADay;
-        f->tm_sec += static_cast<int>(n % kSecondsADay);
-        break;
-    case Minute:
-        days = n / 1440;
-        f->tm_min += static_cast<int>(n % 1440);
-        break;
-    case Hour:
-        days = n / 24;
-        f->tm_hour += static_cast<int>(n % 24);
-        break;
-    case Day:
-        days = n;
-        break;
-    case Month:
-        years = n / 12;
-        f->tm_mon += static_cast<int>(n % 12);
-        break;
-    default:
+    if (unit == Year) {
         return false;
     }
-    f->tm_mday += static_cast<int>(days % kDays400Years);
-    years += days / kDays400Years * 400;
+    const int carryAt = unit == Month ? 12 : kUnitsADay[unit - Second];
+    const long long carried = n / carryAt; // years or, from the finer units, days
+    long long years = carried;
+    *field += static_cast<int>(n % carryAt);
+    if (unit != Month) {
+        f->tm_mday += static_cast<int>(carried % kDays400Years);
+        years = carried / kDays400Years * 400;
+    }
     return !__builtin_add_overflow(f->tm_year, years, &f->tm_year);
 }
 
@@ -68,40 +53,34 @@ long DayNumber(const tm& f) {
     return 365 * past + past / 4 - past / 100 + past / 400 + f.tm_yday;
 }
 
-/// Calendar days between two moments on the wall clock, truncated toward 0: the hour matters only
-/// where a time stands untrimmed, and just time 0 does.
-long DaysBetween(const tm& a, long secondsA, const tm& b, long secondsB) {
-    const long days = DayNumber(b) - DayNumber(a);
-    if (days > 0 && secondsB < secondsA) {
-        return days - 1;
+/// The fields that `x` is counted by: its own or, when it stands for no time, those of time 0,
+/// which are put into `zero`.
+const tm& CountedFields(const mavkit::LocalTime& x, tm* zero) {
+    if (x.t > 0) {
+        return x.fields;
     }
-    if (days < 0 && secondsB > secondsA) {
-        return days + 1;
-    }
-    return days;
+    mavkit::ToFields(0, zero);
+    return *zero;
 }
 
-/// The fields that `x` is counted by, and in `seconds` what of its day counts: nothing, as times
-/// are trimmed, except of time 0, which stands for no time.
-tm FieldsToCount(const mavkit::LocalTime& x, long* seconds) {
-    *seconds = 0;
+/// The seconds of its day that count: none, as times are trimmed, but time 0 is not.
+long CountedSeconds(const mavkit::LocalTime& x, const tm& f) {
+    return x.t > 0 ? 0 : (f.tm_hour * 60L + f.tm_min) * 60 + f.tm_sec;
+}
+
+/// `datetrim` of `x`.
+long Trimmed(unsigned char unit, const mavkit::LocalTime& x) {
     tm f = x.fields;
-    if (x.t <= 0) {
-        mavkit::ToFields(0, &f);
-        *seconds = (f.tm_hour * 60L + f.tm_min) * 60 + f.tm_sec;
-    }
-    return f;
+    return x.t > 0 ? TrimToMidnight(unit, &f) : 0;
 }
 
-/// `t` to be counted by `unit`, with its fields where they are asked for. A time without fields is
-/// no time.
-mavkit::LocalTime ToCount(unsigned char unit, long t) {
-    mavkit::LocalTime x;
-    x.t = t;
-    if (t > 0 && FixedLength(unit) == 0 && !mavkit::Break(t, &x)) {
-        x.t = 0;
+/// Fills `x` with `t` to be counted by `unit`, and its fields where they are asked for. A time
+/// without fields is no time.
+void BreakToCount(unsigned char unit, long t, mavkit::LocalTime* x) {
+    x->t = t;
+    if (t > 0 && FixedLength(unit) == 0 && !mavkit::Break(t, x)) {
+        x->t = 0;
     }
-    return x;
 }
 
 unsigned int DotsBetween(const char* from, const char* to, unsigned int radix) {
@@ -128,7 +107,7 @@ long AddUnits(LocalTime* x, unsigned char unit, long long n) {
         int sum = 0;
         if (!__builtin_add_overflow(field, n, &sum)) {
             field = sum;
-        } else if (!AddFar(unit, n, &x->fields)) {
+        } else if (!AddFar(unit, n, &field, &x->fields)) {
             return x->t = -1;
         }
     }
@@ -139,16 +118,17 @@ long UnitsBetween(const LocalTime& from, const LocalTime& to, unsigned char unit
     if (const int length = FixedLength(unit)) {
         return (to.t > 0 ? to.t / length : 0) - (from.t > 0 ? from.t / length : 0);
     }
-    long secondsA = 0;
-    long secondsB = 0;
-    tm a = FieldsToCount(from, &secondsA);
-    tm b = FieldsToCount(to, &secondsB);
     if (unit < Second) {
-        const long start = from.t > 0 ? TrimToMidnight(unit, &a) : 0;
-        return (to.t > 0 ? TrimToMidnight(unit, &b) : 0) - start;
+        const long start = Trimmed(unit, from);
+        return Trimmed(unit, to) - start;
     }
-    if (unit == Day) {
-        return DaysBetween(a, secondsA, b, secondsB);
+    tm zero = {};
+    const tm& a = CountedFields(from, &zero);
+    const tm& b = CountedFields(to, &zero);
+    if (unit == Day) { // on the wall clock, truncated toward 0
+        const long days = DayNumber(b) - DayNumber(a);
+        const long seconds = CountedSeconds(to, b) - CountedSeconds(from, a);
+        return days > 0 && seconds < 0 ? days - 1 : days < 0 && seconds > 0 ? days + 1 : days;
     }
     // The fields of the times themselves count, not those of the trimmed times: they are of the
     // same month wherever local midnight of its first day exists, and where daylight saving skips
@@ -180,8 +160,10 @@ long datetrim(unsigned char unit, long t) {
 }
 
 long datediff(unsigned char unit, long t1, long t2) {
-    const mavkit::LocalTime from = ToCount(unit, t1);
-    const mavkit::LocalTime to = ToCount(unit, t2);
+    mavkit::LocalTime from;
+    mavkit::LocalTime to;
+    BreakToCount(unit, t1, &from);
+    BreakToCount(unit, t2, &to);
     return mavkit::UnitsBetween(from, to, unit);
 }
 

@@ -17,10 +17,7 @@ struct LocalTime {
     tm fields = {}; // the same moment in local time, where something has filled it in
 };
 
-/// The last four digits of the year of `f`, 0 to 9999.
-inline int YearOf(const tm& f) { return (f.tm_year % 10000 + 11900) % 10000; }
-
-/// Writes the fields of `f` as a `Bcd7Time`.
+/// Writes the fields of `f` as a `Bcd7Time`; of the year, its last four digits.
 void ToBcd7(const tm& f, char* out);
 
 /// Fills in all that `mktime` reads from the seven bytes of a `Bcd7Time`.

@@ -136,6 +136,7 @@ TEST(BcdTime, WhatLibcCannotConvertIsZerosNothingOrMinusOne) {
     if (LONG_MAX > INT_MAX) { // years that no tm holds
         EXPECT_EQ(Record(LONG_MAX), kZeros);
         EXPECT_EQ(Record(LONG_MIN), kZeros);
+        EXPECT_EQ(Record(At("12345-06-07 08:09:10")), Bytes("2345-06-07 08:09:10"));
     }
 }
 
