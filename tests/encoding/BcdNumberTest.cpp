@@ -116,6 +116,7 @@ TEST(LowFirst, ToDouble) {
     EXPECT_EQ(Read({0xA5, 0x01}, 2, 2), 1.0);
     EXPECT_EQ(Read({0x99, 0xA9}, 0, 4), 0.0);
     EXPECT_EQ(Read({}, 0, 0), 0.0);
+    EXPECT_EQ(Read(ByteString(1, 0x07) + ByteString(11, 0), 0, 24), 7e-24);
 
     // Any length gives what atof gives for the digits as a text, up to a digit that is none.
     std::mt19937 random(2);

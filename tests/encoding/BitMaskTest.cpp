@@ -121,6 +121,9 @@ TEST(BitMask, TextForm) {
          }) {
         EXPECT_EQ(Text(Mask(bytes), base), text);
     }
+    BitMask far; // a quarter of a gigabyte, so that a number has more than 32 bits
+    far.Enable(0x80000000, 0x80000000);
+    EXPECT_EQ(Text(far, INT_MIN), "4294967296");
     std::FILE* const file = std::tmpfile();
     ASSERT_NE(file, nullptr);
     MavDump dump(file);

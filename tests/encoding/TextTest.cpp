@@ -93,6 +93,7 @@ TEST(HexText, Readers) {
         EXPECT_EQ(String_Asc4TouShort(text), asShort) << text;
         EXPECT_EQ(String_Asc8TouLong(text), asLong) << text;
     }
+    EXPECT_EQ(String_Asc2TouChar(nullptr), 0);
     EXPECT_EQ(String_Asc4TouShort(nullptr), 0);
     EXPECT_EQ(String_Asc8TouLong(nullptr), 0U);
     char one[] = "A";
