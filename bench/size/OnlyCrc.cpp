@@ -1,0 +1,10 @@
+// A program that takes nothing of mavkit but the CRC.
+#include "mavkit/encoding/Bits.h"
+
+int main(int argc, char** argv) {
+    unsigned short crc = 0xFFFF;
+    while (argc > 1 && *argv[1] != '\0') {
+        crc = Add_CRC(crc, static_cast<unsigned char>(*argv[1]++));
+    }
+    return crc & 0x7F;
+}

@@ -1,0 +1,121 @@
+#!/usr/bin/env python3
+"""The table of ./run bench: reads Google Benchmark's JSON, or callgrind's dumps of --count."""
+
+import glob
+import json
+import re
+import sys
+
+
+def measured(path):
+    """{(job, size, units): {who: nanoseconds}} of the medians, and {job: target}."""
+    with open(path, encoding="utf-8") as file:
+        data = json.load(file)
+    rows = {}
+    medians = [one for one in data["benchmarks"] if one.get("aggregate_name") == "median"]
+    for one in sorted(medians, key=lambda one: one["run_name"]): # as the program lists them
+        wall = "/real_time" in one["run_name"]
+        _, job, size, units, who = one["run_name"].replace("/real_time", "").split("|")
+        value = one["real_time" if wall else "cpu_time"]
+        rows.setdefault((job, size, float(units)), {})[who] = value
+    targets = {key[7:]: value for key, value in data["context"].items() if key[:7] == "target|"}
+    return rows, targets
+
+
+def counted(pattern):
+    """The same with instructions, without targets: those are of time."""
+    rows = {}
+    dumps = glob.glob(pattern)
+    for path in sorted(dumps, key=lambda name: int(name.rsplit(".", 1)[1])):
+        with open(path, encoding="utf-8") as file:
+            text = file.read()
+        name = re.search(r"^desc: Trigger: Client Request: (.*)$", text, re.M)
+        totals = re.search(r"^(?:totals|summary): (\d+)", text, re.M)
+        if not name or not totals or "|" not in name.group(1):
+            continue
+        _, job, size, units, who, times = name.group(1).split("|")
+        rows.setdefault((job, size, float(units)), {})[who] = int(totals.group(1)) / int(times)
+    return rows, {}
+
+
+def length(value):
+    for unit, factor in (("ns", 1), ("us", 1e3), ("ms", 1e6), ("s", 1e9)):
+        if value < 999.5 * factor or unit == "s":
+            digits = 2 if value / factor < 10 else 1 if value / factor < 100 else 0
+            return f"{value / factor:.{digits}f} {unit}"
+    return ""
+
+
+def number(value):
+    return f"{value:,.0f}"
+
+
+def ratio(a, b):
+    return f"{a / b:.2f}" if a and b else "-"
+
+
+def judge(row, ours, best, target):
+    """Whether each part of a target is met: "floor 1.25", "peer 1.0", "NAME 1.0", "ns 10"."""
+    if not target or ours is None:
+        return "-", ""
+    words = target.split()
+    met = True
+    texts = []
+    for what, limit in zip(words[::2], map(float, words[1::2])):
+        if what == "ns":
+            met = met and ours < limit
+            texts.append(f"< {limit:g} ns")
+            continue
+        other = row.get("floor") if what == "floor" else best if what == "peer" else row.get(what)
+        if other is None:
+            continue
+        met = met and ours <= limit * other
+        texts.append(f"{limit:g}x {what}")
+    return ", ".join(texts) or "-", ("yes" if met else "NO") if texts else ""
+
+
+def table(rows, targets, show):
+    head = ["job", "size", "ours", "floor", "best peer", "ours/floor", "ours/peer", "target", "met"]
+    lines = [head]
+    for (job, size, _), row in rows.items():
+        ours, floor = row.get("ours"), row.get("floor")
+        peers = {who: value for who, value in row.items() if who not in ("ours", "floor")}
+        name = min(peers, key=peers.get) if peers else None
+        best = peers.get(name)
+        text, met = judge(row, ours, best, targets.get(job))
+        lines.append([job, size, show(ours) if ours else "-", show(floor) if floor else "-",
+                      f"{show(best)} {name}" if name else "-", ratio(ours, floor),
+                      ratio(ours, best), text, met])
+    widths = [max(len(line[i]) for line in lines) for i in range(len(head))]
+    for i, line in enumerate(lines):
+        print("| " + " | ".join(text.ljust(width) for text, width in zip(line, widths)) + " |")
+        if i == 0:
+            print("|" + "|".join("-" * (width + 2) for width in widths) + "|")
+
+
+def growth(rows):
+    """How the cost grows from the smallest to the largest size of each job."""
+    jobs = {}
+    for (job, size, units), row in rows.items():
+        if units and "ours" in row:
+            kind = re.sub(r"^[\d,.]+ \S+ ?", "", size) # "sparse" of "1 Mi sparse"
+            jobs.setdefault((re.sub(r" [\d,.]+ \S*B$", "", job), kind), []).append((units, row["ours"]))
+    print("\nGrowth (ours): size x, cost x")
+    for (job, kind), points in jobs.items():
+        points.sort()
+        if len(points) > 1:
+            (a, cost), (b, more) = points[0], points[-1]
+            print(f"  {job + (' ' + kind if kind else ''):<34} {b / a:>8,.0f} {more / cost:>9,.1f}")
+
+
+def main():
+    if sys.argv[1] == "--count":
+        rows, targets = counted(sys.argv[2])
+        table(rows, targets, number)
+    else:
+        rows, targets = measured(sys.argv[1])
+        table(rows, targets, length)
+    growth(rows)
+
+
+main()
