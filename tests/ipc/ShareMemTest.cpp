@@ -6,8 +6,10 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <regex>
+#include <sstream>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -52,6 +54,13 @@ protected:
         text += std::regex_replace(device.GeneralLog(), std::regex("01-01 00:00:00\t"), "!");
         device.Remove(Device::kGeneralLog);
         return text;
+    }
+
+    // Whether this process maps the region's file.
+    bool IsMapped() const {
+        std::ostringstream maps;
+        maps << std::ifstream("/proc/self/maps").rdbuf();
+        return maps.str().find(path) != std::string::npos;
     }
 
     Device device;
@@ -143,19 +152,19 @@ TEST_F(ShareMemTest, InitAgainKeepsTheObjectWhole) {
     unsigned char* const second = region.base;
     region.Init((path + "/none").c_str(), 64 * kPage, Fill, Validate, &calls);
     EXPECT_EQ(nullptr, region.base);
-    region.Init(path.c_str(), 2 * kPage, Fill, Validate, &calls);
-    region.Init(region.path, 2 * kPage, nullptr, nullptr, nullptr); // its own text
-    EXPECT_EQ(path, region.path);
     EXPECT_EQ(first[0], second[0]);
     EXPECT_EQ(0, munmap(first, kPage) | munmap(second, kPage));
+    EXPECT_FALSE(IsMapped());
+    region.Init(path.c_str(), 0, Fill, Validate, &calls);
+    region.Init(region.path, 2 * kPage, nullptr, nullptr, nullptr); // its own text
+    EXPECT_EQ(path, region.path);
 
     EXPECT_THROW(region.EnsureShareFile(Throw, nullptr, nullptr), int); // the stream is closed
     EXPECT_THROW(region.EnsureShareFile(Throw, Throw, nullptr), int);
 
-    unsigned char* const last = region.base;
-    ASSERT_NE(nullptr, last);
+    EXPECT_TRUE(IsMapped());
     region.~ShareMem();
-    EXPECT_EQ(-1, msync(last, 2 * kPage, MS_ASYNC)) << "still mapped";
+    EXPECT_FALSE(IsMapped());
     new (&region) ShareMem;
 }
 
@@ -177,8 +186,12 @@ TEST_F(ShareMemTest, ProcessesShareTheRegion) {
 }
 
 TEST_F(ShareMemTest, SaveFlushesPagesAndTellsFailures) {
+    // An emulator may keep its whole address space mapped, and then knows no range without memory.
+    void* const gone = mmap(nullptr, kPage, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    munmap(gone, kPage);
+    const bool emulated = msync(gone, kPage, MS_ASYNC) == 0;
     region.size = kPage;
-    EXPECT_FALSE(region.Save(false, false)); // nothing is mapped
+    EXPECT_TRUE(!region.Save(false, false) || emulated); // nothing is mapped
     region.Init(path.c_str(), 2 * kPage, Fill, nullptr, &calls);
     ASSERT_NE(nullptr, region.base);
 
@@ -190,7 +203,8 @@ TEST_F(ShareMemTest, SaveFlushesPagesAndTellsFailures) {
               device.msyncFlags);
     // From the middle of the last page: no valid start itself, and nothing mapped to round up to.
     EXPECT_TRUE(region.Save(region.base + kPage + 5, kPage - 5, false, true));
-    EXPECT_FALSE(region.Save(region.base + 1, 0xFFFFFFFFU, false, false)); // beyond the mapping
+    // Far beyond the mapping, and in 32 bits a length that wraps.
+    EXPECT_TRUE(!region.Save(region.base + 1, 0xFFFFFFFFU, false, false) || emulated);
     Told();
 
     char ipData[32];
