@@ -1,9 +1,9 @@
 // The general log, assertion reports, and the vocabulary of the trace channel.
 #include "mavkit/diag/Trace.h"
 #include "device/Device.h"
-#include <cerrno>
 #include "mavkit/diag/Assert.h"
 #include "mavkit/diag/TraceSetting.h"
+#include <cerrno>
 
 #include <gtest/gtest.h>
 
