@@ -1,0 +1,123 @@
+# What is installed, and the packages made of it. Every path is relative to the prefix, so that an
+# installation can be moved as a whole: into a toolchain's sysroot, onto a terminal, anywhere.
+#
+# | component   | holds                                           | Debian package |
+# |-------------|-------------------------------------------------|----------------|
+# | runtime     | the shared library with its soname              | libmavkit1     |
+# | development | headers, static library, CMake and pkg-config   | libmavkit-dev  |
+# | tools       | mavutil                                         | mavkit-tools   |
+include(CMakePackageConfigHelpers)
+
+set(mavkit_cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake/mavkit)
+
+foreach(header IN LISTS MAVKIT_PUBLIC_HEADERS)
+  cmake_path(GET header PARENT_PATH directory)
+  install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${directory} COMPONENT development)
+endforeach()
+
+# Both kinds are mavkit::mavkit to their users. Each has a targets file of its own, and
+# mavkit-config.cmake loads the one that is asked for.
+function(mavkit_install target kind)
+  set_target_properties(${target} PROPERTIES EXPORT_NAME mavkit)
+  install(TARGETS ${target} EXPORT mavkit-${kind}
+      ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
+      LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime
+              NAMELINK_COMPONENT development)
+  install(EXPORT mavkit-${kind} NAMESPACE mavkit:: FILE mavkit-${kind}-targets.cmake
+      DESTINATION ${mavkit_cmake_dir} COMPONENT development)
+endfunction()
+mavkit_install(mavkit static)
+if(TARGET mavkit_shared)
+  mavkit_install(mavkit_shared shared)
+endif()
+
+configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/mavkit-config.cmake.in
+    ${PROJECT_BINARY_DIR}/mavkit-config.cmake
+    INSTALL_DESTINATION ${mavkit_cmake_dir}
+    NO_SET_AND_CHECK_MACRO NO_CHECK_REQUIRED_COMPONENTS_MACRO)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/mavkit-config-version.cmake
+    COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/mavkit-config.cmake
+              ${PROJECT_BINARY_DIR}/mavkit-config-version.cmake
+    DESTINATION ${mavkit_cmake_dir} COMPONENT development)
+
+cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX
+    BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig OUTPUT_VARIABLE mavkit_pc_prefix)
+configure_file(${PROJECT_SOURCE_DIR}/cmake/mavkit.pc.in ${PROJECT_BINARY_DIR}/mavkit.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/mavkit.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+
+if(TARGET mavutil)
+  install(TARGETS mavutil RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+endif()
+
+set(CPACK_PACKAGE_NAME mavkit)
+set(CPACK_PACKAGE_VENDOR "The mavkit authors")
+set(CPACK_PACKAGE_CONTACT "The mavkit authors <mavkit@example.org>")
+set(CPACK_VERBATIM_VARIABLES ON)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_GENERATOR TGZ DEB)
+
+# The tarball: one folder with bin, include and lib, to be unpacked wherever it is wanted.
+set(mavkit_architecture ${CMAKE_SYSTEM_PROCESSOR})
+if(CMAKE_LIBRARY_ARCHITECTURE)
+  set(mavkit_architecture ${CMAKE_LIBRARY_ARCHITECTURE})
+endif()
+set(CPACK_PACKAGE_FILE_NAME mavkit-${PROJECT_VERSION}-${mavkit_architecture})
+
+# The Debian packages, one a component.
+set(mavkit_runtime_package libmavkit${PROJECT_VERSION_MAJOR})
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(mavkit_libc "")
+if(CMAKE_CROSSCOMPILING)
+  set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE ${CMAKE_SYSTEM_PROCESSOR})
+  # dpkg-shlibdeps needs the target's own packages installed, which a cross build does without.
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS OFF)
+  set(mavkit_libc "libc6, libstdc++6")
+endif()
+
+# mavkit_debian(component package section depends text): the licence goes where Debian looks for it,
+# and a plain `cmake --install` leaves that copy out.
+function(mavkit_debian component package section depends text)
+  string(TOUPPER ${component} key)
+  install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package}
+      RENAME copyright COMPONENT ${component} EXCLUDE_FROM_ALL)
+  set(CPACK_DEBIAN_${key}_PACKAGE_NAME ${package} PARENT_SCOPE)
+  set(CPACK_DEBIAN_${key}_PACKAGE_SECTION ${section} PARENT_SCOPE)
+  set(CPACK_DEBIAN_${key}_PACKAGE_DEPENDS "${depends}" PARENT_SCOPE)
+  set(CPACK_DEBIAN_${key}_DESCRIPTION "${text}" PARENT_SCOPE)
+  set(CPACK_COMPONENTS_ALL ${CPACK_COMPONENTS_ALL} ${component} PARENT_SCOPE)
+endfunction()
+
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "toolkit of the resident applications of a terminal")
+set(mavkit_about
+"Traces and logs, message queues and shared memory between processes,
+packed-BCD times and calendar arithmetic, encodings, and helpers for files
+and directories.")
+set(mavkit_exact "")
+set(CPACK_COMPONENTS_ALL "")
+if(TARGET mavkit_shared)
+  set(mavkit_runtime_package libmavkit${PROJECT_VERSION_MAJOR})
+  set(mavkit_exact "${mavkit_runtime_package} (= ${PROJECT_VERSION})")
+  set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+  set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+  mavkit_debian(runtime ${mavkit_runtime_package} libs "${mavkit_libc}" "${mavkit_about}")
+endif()
+mavkit_debian(development libmavkit-dev libdevel "${mavkit_exact}" "${mavkit_about}
+.
+These are the headers, the static library, and what CMake and pkg-config
+need to find them.")
+if(TARGET mavutil)
+  mavkit_debian(tools mavkit-tools utils "${mavkit_libc}" "${mavkit_about}
+.
+This is mavutil, the command that shows and decodes what the processes of
+a terminal exchange.")
+endif()
+
+include(CPack)
