@@ -3,8 +3,8 @@
 #include "device/Device.h"
 #include "mavkit/diag/Assert.h"
 #include "mavkit/diag/TraceSetting.h"
-#include <cerrno>
 
+#include <cerrno>
 #include <gtest/gtest.h>
 
 namespace {
