@@ -24,7 +24,8 @@ unsigned char CodeOf(const char (&names)[Count][Width], const char* name) {
 
 template <unsigned Count, unsigned Width>
 int NameOf(const char (&names)[Count][Width], unsigned char code, char* name) {
-    std::strcpy(name, code < Count ? names[code] : "invalid");
+    const char* found = code < Count ? names[code] : "invalid";
+    std::memcpy(name, found, std::strlen(found) + 1);
     return 0;
 }
 

@@ -140,7 +140,7 @@ int MavFile::SetFileRead(char* path, char* key, char* value) {
         char valuePart[kLineSize];
         String_CutLine(keyPart, valuePart, line, '=');
         if (std::strncmp(keyPart, key, kLineSize) == 0) {
-            std::strcpy(value, valuePart);
+            std::memcpy(value, valuePart, std::strlen(valuePart) + 1);
             result = 0;
         }
     }
