@@ -92,7 +92,9 @@ unsigned int DotsBetween(const char* from, const char* to, unsigned int radix) {
     long end = 0;
     Time_BCDTime7TotTime(from, &start);
     Time_BCDTime7TotTime(to, &end);
-    return start < end ? static_cast<unsigned int>(end - start) / step : 0;
+    // From 1901 to 2038 there are more seconds than a 32-bit long holds: the difference is unsigned.
+    return start < end ? (static_cast<unsigned int>(end) - static_cast<unsigned int>(start)) / step
+                       : 0;
 }
 
 } // namespace
@@ -120,7 +122,9 @@ long UnitsBetween(const LocalTime& from, const LocalTime& to, unsigned char unit
     }
     if (unit < Second) {
         const long start = Trimmed(unit, from);
-        return Trimmed(unit, to) - start;
+        long seconds = 0;
+        __builtin_sub_overflow(Trimmed(unit, to), start, &seconds); // a day more than fits, at most
+        return seconds;
     }
     tm zero = {};
     const tm& a = CountedFields(from, &zero);
