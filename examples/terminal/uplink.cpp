@@ -182,7 +182,7 @@ bool Receive(const Terminal& terminal, ShareMem& region, MeterTable* table) {
     queue.Destroy();
     if (gStop == 0) {
         PrintMeters(terminal.meters, heard);
-        PrintTimerPoints(std::time(nullptr));
+        PrintTimerPoints(static_cast<long>(std::time(nullptr)));
     }
     return region.Save(false, false) && complete; // to the file, before this returns
 }
