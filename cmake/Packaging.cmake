@@ -6,6 +6,7 @@
 # | runtime     | the shared library with its soname              | libmavkit1     |
 # | development | headers, static library, CMake and pkg-config   | libmavkit-dev  |
 # | tools       | mavutil                                         | mavkit-tools   |
+# | license     | the licence, which the packages keep elsewhere  |                |
 include(CMakePackageConfigHelpers)
 
 set(mavkit_cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake/mavkit)
@@ -47,6 +48,7 @@ configure_file(${PROJECT_SOURCE_DIR}/cmake/mavkit.pc.in ${PROJECT_BINARY_DIR}/ma
 install(FILES ${PROJECT_BINARY_DIR}/mavkit.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
+install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT license)
 if(TARGET mavutil)
   install(TARGETS mavutil RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
 endif()

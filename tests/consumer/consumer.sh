@@ -1,0 +1,104 @@
+#!/bin/sh
+# consumer.sh BUILDDIR [--accept-abi]: installs what BUILDDIR holds, moves it elsewhere, and uses it as
+# somebody else would: every public header alone in C++11, a program of another project built four
+# ways and run, and the exported symbols held against cmake/abi.txt. Run it at the root of the tree.
+set -eu
+build=$1
+abi=cmake/abi.txt
+work=$(mktemp -d)
+trap 'rm -rf -- "$work"' EXIT
+prefix=$work/moved/here
+lib=$prefix/lib
+source=$PWD/tests/consumer
+
+fail() {
+    echo "consumer: $*" >&2
+    exit 1
+}
+# quietly COMMAND...: its output is shown when it fails.
+quietly() {
+    "$@" >"$work/log" 2>&1 || {
+        cat "$work/log" >&2
+        fail "failed: $*"
+    }
+}
+refused() {
+    if "$@" >"$work/log" 2>&1; then
+        fail "should have failed: $*"
+    fi
+}
+
+# In a prefix of its own, with a plain lib; then to a place that the installation never heard of.
+quietly cmake -S . -B "$build" -DCMAKE_INSTALL_LIBDIR=lib
+quietly cmake --build "$build"
+quietly cmake --install "$build" --prefix "$work/first"
+mkdir "$work/moved"
+mv "$work/first" "$prefix"
+export PKG_CONFIG_LIBDIR="$lib/pkgconfig" CMAKE_PREFIX_PATH="$prefix"
+
+# --- The public headers, no more and no less, each by itself.
+(cd "$prefix/include" && find mavkit -type f) | sort >"$work/headers"
+{
+    echo mavkit/mavkit.h
+    sed -n 's/^#include "\(.*\)"/\1/p' mavkit/mavkit.h
+} | sort | diff - "$work/headers" || fail "these headers are not both installed and in mavkit/mavkit.h"
+for compiler in g++ clang++; do
+    command -v $compiler >/dev/null || continue
+    while read -r header; do
+        quietly $compiler -std=c++11 -Wall -Wextra -Wpedantic -Werror -fsyntax-only -x c++ \
+            -I"$prefix/include" "$prefix/include/$header"
+    done <"$work/headers"
+    echo "$(wc -l <"$work/headers") headers alone as C++11: $compiler"
+done
+
+# --- Four ways to a program.
+check() { # NAME PROGRAM static|shared
+    needed=$(readelf -d "$2" | grep -c 'NEEDED.*\[libmavkit\.so\.1\]' || true)
+    case $3/$needed in
+    static/0 | shared/1) ;;
+    *) fail "$1: not linked to the $3 library" ;;
+    esac
+    LD_LIBRARY_PATH=$lib quietly "$2"
+    echo "$1, $3: $(tail -n 1 "$work/log")"
+}
+with_cmake() { # DIRECTORY OPTION...
+    directory=$work/$1
+    shift
+    quietly cmake -S "$source" -B "$directory" -G Ninja "$@"
+    quietly cmake --build "$directory"
+}
+with_cmake static
+check CMake "$work/static/consumer" static
+with_cmake shared -DBUILD_SHARED_LIBS=ON
+check CMake "$work/shared/consumer" shared
+# A component counts for more than BUILD_SHARED_LIBS.
+with_cmake component -DBUILD_SHARED_LIBS=ON -DKIND=static
+check "CMake by component" "$work/component/consumer" static
+refused cmake -S "$source" -B "$work/none" -DKIND=dynamic
+grep -q 'components static and shared' "$work/log" || fail "a wrong component is not told as one"
+
+with_pkg_config() { # PROGRAM COMPILER-OPTION PKG-CONFIG-OPTION...
+    program=$1 option=$2
+    shift 2
+    # shellcheck disable=SC2046,SC2086 # flags are meant to be split
+    quietly g++ -std=c++11 $option "$source/main.cpp" -o "$program" $(pkg-config "$@" mavkit)
+}
+with_pkg_config "$work/pc-static" -static --static --cflags --libs
+check pkg-config "$work/pc-static" static
+with_pkg_config "$work/pc-shared" "" --cflags --libs
+check pkg-config "$work/pc-shared" shared
+
+# --- What the shared library exports. The list is that of 64-bit hosts.
+{
+    readelf -d "$lib/libmavkit.so" | sed -n 's/.*(SONAME).*\[\(.*\)\]/SONAME \1/p'
+    nm -DC --defined-only --without-symbol-versions "$lib/libmavkit.so" | cut -d' ' -f3-
+} | LC_ALL=C sort -u >"$work/abi"
+if [ "${2-}" = --accept-abi ]; then
+    cp "$work/abi" "$abi"
+elif ! diff -u --label "$abi" --label "this library" "$abi" "$work/abi"; then
+    fail "the exported symbols have changed. What was there and is gone (-) or changed breaks every
+program that is linked to the library: then the major version goes up. If the change is meant,
+    ./run consumer --accept-abi
+makes it the list to hold, to be committed with it."
+fi
+echo "$(wc -l <"$work/abi") exported names: as in $abi"
