@@ -1,11 +1,29 @@
 #include "mavkit/diag/PrintString.h"
 
 #include <cstddef>
+#include <cstring>
 
 namespace {
 
 constexpr char kDigits[] = "0123456789ABCDEF";
 constexpr unsigned kLineBytes = 36;
+
+// What each byte is rendered as: two digits, a blank, and a fourth character without meaning.
+struct Groups {
+    char text[256][4];
+};
+
+constexpr Groups MakeGroups() {
+    Groups groups = {};
+    for (unsigned byte = 0; byte < 256; ++byte) {
+        groups.text[byte][0] = kDigits[byte >> 4];
+        groups.text[byte][1] = kDigits[byte & 0x0F];
+        groups.text[byte][2] = ' ';
+    }
+    return groups;
+}
+
+constexpr Groups kGroups = MakeGroups();
 
 } // namespace
 
@@ -19,23 +37,23 @@ void GetPrintString(std::string& out, const void* data, unsigned int length, boo
         out.reserve(out.size() + 8 + count);
         out.append(static_cast<const char*>(data), count);
     } else if (count != 0) {
-        // Room for the line feeds as well, so that the text is written in place, in one pass.
+        // Room for the line feeds as well, so that the text is written in place, in one pass. Each
+        // group is copied as the four characters of the table, which takes one load and one store:
+        // the fourth is overwritten by what follows, and after the last group it is cut off.
         const std::size_t start = out.size();
         const std::size_t added = std::size_t{count} * 3 + count / kLineBytes;
         out.reserve(start + 8 + added);
-        out.resize(start + added);
+        out.resize(start + added + 1);
         char* to = &out[start];
         for (const unsigned char* end = bytes + count; bytes != end;) {
             const std::size_t left = static_cast<std::size_t>(end - bytes);
             const unsigned char* lineEnd = left < kLineBytes ? end : bytes + kLineBytes;
-            for (; bytes != lineEnd; ++bytes, to += 3) {
-                to[0] = kDigits[*bytes >> 4];
-                to[1] = kDigits[*bytes & 0x0F];
-                to[2] = ' ';
-            }
+            for (; bytes != lineEnd; ++bytes, to += 3)
+                std::memcpy(to, kGroups.text[*bytes], sizeof kGroups.text[0]);
             if (left >= kLineBytes)
                 *to++ = '\n';
         }
+        out.resize(start + added);
     }
     if (count < length)
         out.append("......");
