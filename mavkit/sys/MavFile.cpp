@@ -14,6 +14,7 @@ namespace {
 constexpr int kWarnAbove = 8;
 constexpr std::size_t kBlockSize = 2048;
 constexpr std::size_t kSmallSize = 3072;
+constexpr std::size_t kCopyBufferSize = 8192;
 constexpr std::size_t kLineSize = 512;
 
 // True while a warning is on its way. Its export file is opened by MavFile too, which would warn about
@@ -105,9 +106,12 @@ int MavFile::CopyFile(char* source, char* destination) {
         std::fclose(from);
         return -1;
     }
-    // Unbuffered: blocks go from file to file without a copy between, and a failed write is seen.
-    std::setvbuf(from, nullptr, _IONBF, 0);
-    std::setvbuf(to, nullptr, _IONBF, 0);
+    // Blocks gather in buffers larger than themselves: a card takes few large pieces much sooner than
+    // many small ones.
+    char fromBuffer[kCopyBufferSize];
+    char toBuffer[kCopyBufferSize];
+    std::setvbuf(from, fromBuffer, _IOFBF, sizeof fromBuffer);
+    std::setvbuf(to, toBuffer, _IOFBF, sizeof toBuffer);
     char block[kBlockSize];
     int result = 0;
     std::size_t length;
@@ -116,6 +120,9 @@ int MavFile::CopyFile(char* source, char* destination) {
         if (std::fwrite(block, 1, length, to) != length)
             result = -1;
     } while (result == 0 && length == sizeof block);
+    // What still is in the buffer may be what the card has no room for.
+    if (std::fflush(to) != 0)
+        result = -1;
     std::fclose(to);
     std::fclose(from);
     return result;
