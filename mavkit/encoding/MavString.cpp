@@ -27,28 +27,10 @@ constexpr HexDigits MakeHexDigits() {
 
 constexpr HexDigits kHexDigits = MakeHexDigits();
 
-// Walks the fields of a text that a delimiter of `step` characters splits, or does not when step is 0.
-struct FieldWalk {
-    const char* next; // null at the end
-    const char* delimiter;
-    size_t step;
-    bool keepEmpty;
-
-    bool Next(const char*& field, size_t& length) {
-        while (next != nullptr) {
-            field = next;
-            const char* end = nullptr;
-            if (step != 0) {
-                end = step == 1 ? strchr(next, *delimiter) : strstr(next, delimiter);
-            }
-            length = end == nullptr ? strlen(field) : static_cast<size_t>(end - field);
-            next = end == nullptr ? nullptr : end + step;
-            if (length != 0 || keepEmpty || step == 0) {
-                return true;
-            }
-        }
-        return false;
-    }
+// A field of a text that is being split.
+struct Field {
+    size_t start;
+    size_t length;
 };
 
 // Closes the file whatever way the scope is left: growing a string may throw.
@@ -81,28 +63,31 @@ int strings::addfrom(const char* text, const char* delimiter, bool keepEmpty) {
         return 0;
     }
     const size_t step = delimiter == nullptr ? 0 : strlen(delimiter);
-    FieldWalk whole = {text, delimiter, step, keepEmpty};
-    const char* field;
-    size_t length;
-    // A walk more costs less than growing a vector of strings step by step.
-    size_t count = 0;
-    for (FieldWalk walk = whole; walk.Next(field, length);) {
-        ++count;
+    // Where the fields are is gathered first: the list then grows once, and nothing is searched twice.
+    std::vector<Field> fields;
+    for (const char* next = text; next != nullptr;) {
+        const char* end = nullptr;
+        if (step != 0) {
+            end = step == 1 ? strchr(next, *delimiter) : strstr(next, delimiter);
+        }
+        const size_t length = end == nullptr ? strlen(next) : static_cast<size_t>(end - next);
+        if (length != 0 || keepEmpty || step == 0) {
+            fields.push_back({static_cast<size_t>(next - text), length});
+        }
+        next = end == nullptr ? nullptr : end + step;
     }
     std::string ownText;
-    std::string ownDelimiter;
-    if (count > capacity() - size()) {
+    if (fields.size() > capacity() - size()) {
         if (!empty()) {
-            // Growing moves the strings of the list, and both texts may be among them.
-            whole.next = ownText.assign(text).c_str();
-            whole.delimiter = ownDelimiter.assign(step == 0 ? "" : delimiter).c_str();
+            text =
+                ownText.assign(text).c_str(); // growing moves the strings, one of which it may be
         }
-        reserve(std::max(size() + count, 2 * size()));
+        reserve(std::max(size() + fields.size(), 2 * size()));
     }
-    for (FieldWalk walk = whole; walk.Next(field, length);) {
-        emplace_back(field, length);
+    for (const Field& field : fields) {
+        emplace_back(text + field.start, field.length);
     }
-    return static_cast<int>(count);
+    return static_cast<int>(fields.size());
 }
 
 int ParseHexStr(const char* text, ByteString& bytes) {
@@ -118,10 +103,17 @@ int ParseHexStr(const char* text, ByteString& bytes) {
     unsigned char* const first = &bytes[0] + old;
     unsigned char* out = first;
     while (next < end) {
-        const unsigned int high = kHexDigits.value[*next++];
-        if (high < 16) {
-            const unsigned int low = kHexDigits.value[*next++];
-            *out++ = static_cast<unsigned char>(low < 16 ? high << 4 | low : high);
+        // Both digits at once: a pair, which nearly all of a text is made of, then costs one test.
+        const unsigned int high = kHexDigits.value[next[0]];
+        const unsigned int low = kHexDigits.value[next[1]];
+        if ((high | low) < 16) {
+            *out++ = static_cast<unsigned char>(high << 4 | low);
+            next += 2;
+        } else if (high < 16) {
+            *out++ = static_cast<unsigned char>(high);
+            next += 2;
+        } else {
+            ++next;
         }
     }
     bytes.resize(old + static_cast<size_t>(out - first));
