@@ -1,0 +1,221 @@
+// What the widths of long and time_t decide. On the terminal both have 32 bits; newer toolchains pair
+// a 32-bit long with a 64-bit time_t. Every expectation is computed from the widths that are.
+#include "device/Device.h"
+#include "mavkit/mavkit.h"
+#include "time/TimeText.h"
+
+#include <climits>
+#include <cstring>
+#include <filesystem>
+#include <gtest/gtest.h>
+
+namespace {
+
+constexpr long long kEnd = 0x7FFFFFFF; // 2038-01-19 03:14:07 UTC, the last second in 32 bits
+constexpr bool kWideTime = sizeof(std::time_t) > 4;
+
+// A time as the library tells it: -1 when it does not fit.
+long Fit(long long t) { return t < LONG_MIN || t > LONG_MAX ? -1 : static_cast<long>(t); }
+
+TEST(Abi, IsTheOneThatWasAskedFor) {
+#ifdef __mips__
+    EXPECT_EQ(4U, sizeof(long));
+    EXPECT_EQ(__ORDER_LITTLE_ENDIAN__, __BYTE_ORDER__);
+    EXPECT_EQ(8U, sizeof(off_t));
+#endif
+#ifdef _TIME_BITS
+    EXPECT_EQ(unsigned{_TIME_BITS}, CHAR_BIT * sizeof(std::time_t));
+#elif defined(__mips__) && defined(__GLIBC__)
+    EXPECT_FALSE(kWideTime);
+#endif
+    std::printf("ABI: %zu-bit long, %zu-bit time_t, %zu-bit off_t\n", CHAR_BIT * sizeof(long),
+                CHAR_BIT * sizeof(std::time_t), CHAR_BIT * sizeof(off_t));
+}
+
+TEST(Abi, RecordsReachTheEndsOfLong) {
+    static const struct {
+        const char* zone;
+        long long t;
+        const char* text;
+    } kMoments[] = {
+        {kUtc, kEnd, "2038-01-19 03:14:07"},         {kUtc, kEnd + 1, "2038-01-19 03:14:08"},
+        {kUtc, -kEnd - 1, "1901-12-13 20:45:52"},    {kUtc, -kEnd - 2, "1901-12-13 20:45:51"},
+        {kShanghai, kEnd, "2038-01-19 11:14:07"},    {kShanghai, kEnd + 1, "2038-01-19 11:14:08"},
+        {kNewYork, kEnd, "2038-01-18 22:14:07"},     {kNewYork, kEnd + 1, "2038-01-18 22:14:08"},
+        {kUtc, 253402300799, "9999-12-31 23:59:59"},
+    };
+    for (const auto& c : kMoments) {
+        const Zone zone(c.zone);
+        std::string record = Bytes(c.text);
+        long out = 0;
+        std::tm fields = {};
+        EXPECT_EQ(Fit(c.t), Time_BCDTime7TotTime(record.data(), &out)) << c.text;
+        EXPECT_EQ(Fit(c.t), out);
+        EXPECT_EQ(Fit(c.t), Time_BCDTime7ToTm(record.data(), &fields)) << c.text;
+        if (out != -1) {
+            EXPECT_STREQ(c.text, timestr(&out));
+        }
+    }
+}
+
+TEST(Abi, SumsAndBoundsEndWithLong) {
+    const Zone zone(kUtc);
+    static const struct {
+        unsigned char unit;
+        const char* before; // one unit before the end
+    } kUnits[] = {
+        {Second, "2038-01-19 03:14:06"}, {Minute, "2038-01-19 03:13:07"},
+        {Hour, "2038-01-19 02:14:07"},   {Day, "2038-01-18 03:14:07"},
+        {Month, "2037-12-19 03:14:07"},  {Year, "2037-01-19 03:14:07"},
+    };
+    const long past = Fit(kEnd + 1);
+    for (const auto& c : kUnits) {
+        SCOPED_TRACE(c.before);
+        const long t = At(c.before);
+        EXPECT_EQ(kEnd, dateadd(c.unit, 1, t));
+        EXPECT_EQ(t, dateadd(c.unit, -1, kEnd));
+        EXPECT_EQ(past, dateadd(c.unit, 1, t + 1));
+        EXPECT_EQ(1, datediff(c.unit, t, kEnd));
+        // A grid with a point at the end, and one whose next point is a second behind it.
+        EXPECT_EQ(kEnd, upboundtime(t + 1, t, c.unit, 1));
+        EXPECT_EQ(kEnd, downboundtime(kEnd, t, c.unit, 1));
+        if (c.unit != Second) {
+            EXPECT_EQ(past, upboundtime(kEnd, t + 1, c.unit, 1));
+            EXPECT_EQ(past == -1 ? -1 : t + 1, downboundtime(kEnd, t + 1, c.unit, 1));
+        }
+    }
+    // A step is unsigned: from half its range on it must not turn back in time.
+    for (const unsigned long n : {0x7FFFFFFFUL, 0x80000000UL, 0xFFFFFFFEUL, 0xFFFFFFFFUL}) {
+        const long point = Fit(1LL + static_cast<long long>(n));
+        EXPECT_EQ(1, upboundtime(1, 1, Second, n)) << n;
+        EXPECT_EQ(point, upboundtime(2, 1, Second, n)) << n;
+        EXPECT_EQ(point == -1 ? -1 : 1, downboundtime(2, 1, Second, n)) << n;
+    }
+    EXPECT_EQ(-1, upboundtime(LONG_MAX, 1, Minute, ULONG_MAX));
+}
+
+TEST(Abi, DifferencesSpanAllOfLong) {
+    const Zone zone(kUtc);
+    static const unsigned char kUnits[] = {Second, Minute, Hour};
+    static const long kLengths[] = {1, 60, 3600};
+    for (int i = 0; i < 3; ++i) {
+        const long length = LONG_MAX / kLengths[i];
+        for (const long none : {0L, -1L, LONG_MIN}) {
+            EXPECT_EQ(length, datediff(kUnits[i], none, LONG_MAX));
+            EXPECT_EQ(-length, datediff(kUnits[i], LONG_MAX, none));
+        }
+    }
+    EXPECT_EQ(24855, datediff(Day, 1, kEnd));
+    EXPECT_EQ(816, datediff(Month, 1, kEnd));
+    EXPECT_EQ(-68, datediff(Year, kEnd, 1));
+    std::string first = Bytes("1902-01-01 00:00:00"), end = Bytes("2038-01-19 03:14:07"),
+                later = Bytes("2039-01-01 00:00:00"), out(7, '\0');
+    // What does not fit is no time, as time 0 is.
+    EXPECT_EQ(Fit(kEnd + 1) == -1 ? -24855 : 347, bcddatediff(Day, end.data(), later.data()));
+    EXPECT_EQ(4293400447U / 60, Time_BCDTime7ToDots(first.data(), end.data(), 1));
+    Add_nRadixOnBCDTime7(end.data(), 1, 1, out.data());
+    EXPECT_EQ(Bytes(Fit(kEnd + 1) == -1 ? "1901-12-13 20:46:51" : "2038-01-19 03:15:07"), out);
+}
+
+TEST(Abi, ClockRunsOnAfter2038WhereItCan) {
+    const Zone zone("UTC0");
+    Device device;
+    StdoutCapture out;
+    const std::string now = kWideTime ? "2038-01-19 03:14:18" : "1901-12-13 20:46:02";
+    Device::HoldClock(static_cast<std::time_t>(kEnd + 11));
+    char record[7];
+    std::tm fields = {};
+    Get_CurBCDTime7(record);
+    Get_CurtmTime(&fields);
+    EXPECT_EQ(Bytes(now), std::string(record, 7));
+    EXPECT_EQ(now, Text(fields));
+    EXPECT_EQ(now, timestr(nullptr));
+    EXPECT_EQ(now.substr(11), shorttimestr(nullptr));
+    GENERAL_LOG("entry\n");
+    EXPECT_EQ(now.substr(5) + "\tentry\n", device.GeneralLog());
+
+    IpcInfo info;
+    info.type = 1;
+    info.createTime = INT_MAX;
+    info.lifetime = 10;
+    EXPECT_EQ(!kWideTime, info.IsValid());
+
+    char set[] = "\x38\x01\x19\x03\x14\x08";
+    EXPECT_EQ(0, Set_SysTime(set));
+    if (kWideTime)
+        EXPECT_EQ(std::vector<std::time_t>{static_cast<std::time_t>(kEnd + 1)}, device.clockSets);
+    else
+        EXPECT_TRUE(device.clockSets.empty()); // a time that cannot be is not set
+}
+
+TEST(Abi, MessageTypesFillALong) {
+    const Zone zone("UTC0");
+    Device device;
+    Device::HoldClock(0);
+    StdoutCapture out;
+    Message queue('t');
+    const unsigned char payload[] = "abc";
+    unsigned char raw[sizeof(long) + 4], bytes[4];
+    unsigned int length = 4;
+    for (const long type : {LONG_MAX, 2L, 0x01020304L}) {
+        EXPECT_TRUE(queue.SendData(payload, 4, type));
+        EXPECT_FALSE(queue.HasMsg(type - 1) || queue.HasMsg(1 - type));
+        EXPECT_TRUE(queue.HasMsg(type));
+        EXPECT_TRUE(queue.HasMsg(LONG_MIN)); // any type up to the highest
+        ASSERT_TRUE(queue.RecvMsg(raw, length, -type));
+        for (std::size_t i = 0; i < sizeof type; ++i) // little-endian, as wide as a long
+            EXPECT_EQ(static_cast<unsigned char>(type >> 8 * i), raw[i]) << type;
+        EXPECT_EQ(0, std::memcmp(raw + sizeof type, payload, 4));
+    }
+    EXPECT_TRUE(queue.SendData(payload, 4, LONG_MAX));
+    EXPECT_TRUE(queue.RecvData(bytes, length, LONG_MIN));
+    EXPECT_EQ("", device.GeneralLog());
+    EXPECT_FALSE(queue.SendData(payload, 4, LONG_MIN)); // no type, nor has it an opposite
+    EXPECT_NE(std::string::npos, device.GeneralLog().find(",type=" + std::to_string(LONG_MIN) +
+                                                          ") send ERROR(Invalid argument)!\n"));
+    queue.Destroy();
+}
+
+TEST(Abi, EightDigitsOfALong) {
+    static const struct {
+        unsigned long value;
+        const char* text;
+    } kNumbers[] = {
+        {0, "00000000"},
+        {0x7FFFFFFF, "7FFFFFFF"},
+        {0x80000000, "80000000"},
+        {ULONG_MAX, "FFFFFFFF"},
+        {static_cast<unsigned long>(LONG_MIN), sizeof(long) == 4 ? "80000000" : "00000000"},
+    };
+    for (const auto& c : kNumbers) {
+        char text[9];
+        String_uLongToAsc8(c.value, text);
+        EXPECT_STREQ(c.text, text);
+        EXPECT_EQ(static_cast<unsigned int>(c.value), String_Asc8TouLong(text));
+    }
+}
+
+// Offsets of files have 64 bits everywhere.
+TEST(Abi, LogsGrowPastTwoGigabytes) {
+    Device device;
+    StdoutCapture out;
+    TraceSetting setting;
+    setting.prefixOn = 0;
+    setting.traceWay = WAY_PUBLIC;
+    MavTrace::Setting = &setting;
+    const std::uintmax_t size = 0x80000005ULL;
+    const std::string trace = std::string(Device::kTraceDir) + "trace.log";
+    for (const std::string& path : {std::string(Device::kGeneralLog), trace}) {
+        device.Write(path, "");
+        std::filesystem::resize_file(device.Path(path), size); // a hole: it takes no room
+    }
+    GENERAL_LOG("entry\n");
+    EXPECT_EQ(size + std::strlen("01-01 00:00:00\tentry\n"),
+              std::filesystem::file_size(device.Path(Device::kGeneralLog)));
+    MavTrace(LEVEL_ERROR, 0)("line\n");
+    EXPECT_EQ("line\n", device.Read(trace));
+    EXPECT_TRUE(device.Exists(trace + "_bak"));
+    MavTrace::Setting = nullptr;
+}
+
+} // namespace
