@@ -191,9 +191,9 @@ const std::vector<Operation>& Operations() {
          [](const Device&) { return Text(gettimerpoint(kNow, Month, 1, Hour, 2, false)); }},
         {"layout",
          [](const Device&) {
-             unsigned char in[] = {0x24, 0x03, 0x05};
+             unsigned char in[] = {0x20, 0x24, 0x03, 0x05};
              unsigned char out[8] = {};
-             const int result = ExchangeBCDTime(0x46, in, 0x97, out);
+             const int result = ExchangeBCDTime(0x47, in, 0x97, out);
              return Text(result) + " " + Dates(reinterpret_cast<char*>(out)) + Text(out[7]);
          }},
         {"clock",
