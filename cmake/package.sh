@@ -45,9 +45,11 @@ quietly() {
     }
 }
 
+rm -f "$out"/*_"$architecture.deb" "$out"/*"$triple.tar.gz"
+
 # The tarball has a plain lib, the Debian packages the directory of their architecture.
 quietly cmake -S . -B "$build" -G Ninja "$@" -DCMAKE_INSTALL_PREFIX=/usr -DCMAKE_INSTALL_LIBDIR=lib \
-    -DMAVKIT_SHARED=ON -DMAVKIT_TESTS=OFF -DMAVKIT_EXAMPLES=OFF
+    -DMAVKIT_SHARED=ON -DMAVKIT_TOOLS=ON -DMAVKIT_TESTS=OFF -DMAVKIT_EXAMPLES=OFF
 quietly cmake --build "$build"
 rm -rf "$build/packed"
 quietly cpack --config "$build/CPackConfig.cmake" -G TGZ -B "$build/packed"
