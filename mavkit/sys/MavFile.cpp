@@ -14,7 +14,7 @@ namespace {
 constexpr int kWarnAbove = 8;
 constexpr std::size_t kBlockSize = 2048;
 constexpr std::size_t kSmallSize = 3072;
-constexpr std::size_t kCopyBufferSize = 8192;
+constexpr std::size_t kBufferSize = 8192;
 constexpr std::size_t kLineSize = 512;
 
 // True while a warning is on its way. Its export file is opened by MavFile too, which would warn about
@@ -79,8 +79,10 @@ int MavFile::CreateFile(const char* path, long size, unsigned char fill) {
     std::FILE* file = OpenFile(path, "wb+");
     if (file == nullptr)
         return -1;
-    // Unbuffered: each block is one write, and the last one's result is the card's.
-    std::setvbuf(file, nullptr, _IONBF, 0);
+    // Blocks gather in a buffer larger than themselves: a card takes few large pieces much sooner than
+    // many small ones.
+    char buffer[kBufferSize];
+    std::setvbuf(file, buffer, _IOFBF, sizeof buffer);
     char block[kSmallSize];
     std::memset(block, fill, sizeof block);
     unsigned long left = static_cast<unsigned long>(size);
@@ -89,7 +91,8 @@ int MavFile::CreateFile(const char* path, long size, unsigned char fill) {
         for (; left > kBlockSize; left -= kBlockSize)
             std::fwrite(block, kBlockSize, 1, file);
     }
-    const bool written = std::fwrite(block, left, 1, file) == 1;
+    // The last block is still in the buffer: what the card says to it is known after the flush.
+    const bool written = std::fwrite(block, left, 1, file) == 1 && std::fflush(file) == 0;
     std::fclose(file);
     return written ? 0 : -1;
 }
@@ -106,10 +109,9 @@ int MavFile::CopyFile(char* source, char* destination) {
         std::fclose(from);
         return -1;
     }
-    // Blocks gather in buffers larger than themselves: a card takes few large pieces much sooner than
-    // many small ones.
-    char fromBuffer[kCopyBufferSize];
-    char toBuffer[kCopyBufferSize];
+    // Through larger buffers, as in CreateFile().
+    char fromBuffer[kBufferSize];
+    char toBuffer[kBufferSize];
     std::setvbuf(from, fromBuffer, _IOFBF, sizeof fromBuffer);
     std::setvbuf(to, toBuffer, _IOFBF, sizeof toBuffer);
     char block[kBlockSize];
