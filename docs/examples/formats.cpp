@@ -161,7 +161,7 @@ int main(int argc, char** argv) {
     Device device;
     const Zone zone("UTC0");
     Device::HoldClock(1709618828);
-    TraceSetting quiet;
+    static TraceSetting quiet;
     quiet.level = LEVEL_DISABLED;
     MavTrace::Setting = &quiet;
     for (const auto& format : kFormats)

@@ -13,7 +13,7 @@ int main() {
     BitMask wanted;
     wanted.ParseFrom("101-109,120", true, 0);
     BitMask heard;
-    for (unsigned int meter : {101, 102, 103, 107})
+    for (unsigned int meter : {101U, 102U, 103U, 107U})
         heard.Enable(meter, meter);
     heard.Enable(120, 125);
 

@@ -23,7 +23,7 @@ static bool Count(int, bool, const char*, const char*, void* context) {
 int main() {
     setenv("TZ", "UTC0", 1);
 
-    TraceSetting setting;
+    static TraceSetting setting;
     setting.level = MAKE_TRACE_LEVEL_VAL("Error");
     MavTrace::Setting = &setting;
     MavTrace(LEVEL_VERBOSE, 0)("not to be seen\n");
