@@ -37,12 +37,12 @@ std::string LineOf(int flag) {
     if (Find(flag, &s) == -1)
         return "";
     char line[100];
-    std::snprintf(line, sizeof line, "%5d %c    %8lu %6lu %6lu %6d %8d", flag,
+    std::snprintf(line, sizeof line, "%5d %c %5lu %6lu %6lu %5d %5d", flag,
                   flag > ' ' && flag <= '~' ? flag : '-', s.msg_qnum, s.msg_cbytes, s.msg_qbytes,
                   s.msg_lspid, s.msg_lrpid);
     std::string text = line;
     for (long t : {static_cast<long>(s.msg_stime), static_cast<long>(s.msg_rtime)})
-        text.append(" ").append(t != 0 ? timestr(&t) : "-          -       ");
+        text.append(" ").append(t != 0 ? timestr(&t) : "- -");
     return text;
 }
 
@@ -51,15 +51,14 @@ int Look(char** args, bool watch) {
     const bool all = args[0] == nullptr || std::strcmp(args[0], "all") == 0;
     const int first = all ? 0 : FlagOf(args[0]);
     std::vector<std::string> seen(256);
-    std::fputs("#flag char messages  bytes  limit sender receiver sent                received\n",
-               out);
+    std::fputs("#flag c  msgs  bytes  limit  sndr  rcvr last-sent           last-received\n", out);
     do
         for (int flag = first; flag < (all ? 256 : first + 1); ++flag) {
             std::string& line = seen[static_cast<std::size_t>(flag)];
             const std::string was = line;
             line = LineOf(flag);
             if (line.empty() && !was.empty())
-                std::fprintf(out, "%.7s    removed\n", was.c_str());
+                std::fprintf(out, "%.7s removed\n", was.c_str());
             else if (line != was)
                 std::fprintf(out, "%s%s%s\n", watch ? bold : "", line.c_str(), watch ? plain : "");
         }

@@ -230,7 +230,7 @@ else
     t 0 '' queue send "$(printf 0x%02x $flag)" 2 AABB
     t 0 '' queue send $flag 2 "$(head -c 80 /dev/zero | tr '\0' 1)"
     t 0 '*
-  '"$flag"' -           3     45  *' queue list
+  '"$flag"' -     3     45  *' queue list
     if ./mavutil queue peek $flag 2>&1 | grep -q MSG_COPY; then
         t 1 'mavutil: this kernel shows no message without taking it *' queue peek $flag
     else
@@ -238,7 +238,7 @@ else
 2 2 AA BB
 2 40 11 11 * 11' queue peek $flag
     fi
-    until_there watched "^  $flag -           3     45 "
+    until_there watched "^  $flag -     3     45 "
     t 0 '' queue has $flag 3
     t 1 '' queue has $flag 1
     t 0 '2 2 AA BB' queue recv $flag -9
@@ -248,7 +248,7 @@ else
     t 1 '' queue recv $flag
     t 0 '' queue remove $flag
     flag=
-    until_there watched "^  $free -    removed"
+    until_there watched "^  $free - removed"
     kill -INT $watch
     wait $watch || complain 'queue watch, interrupted' $? 0
 fi
