@@ -109,6 +109,8 @@ void MavTrace::operator()(const char* format, ...) {
 
     char now[7];
     Get_CurBCDTime7(now);
+    std::va_list args;
+    va_start(args, format);
     for (unsigned char channel = 0; channel < 3; ++channel) {
         if (!taken[channel])
             continue;
@@ -126,11 +128,12 @@ void MavTrace::operator()(const char* format, ...) {
             std::fprintf(file, "%s(%02X-%02X %02X:%02X:%02X):", Prefix, unsigned{t[2]},
                          unsigned{t[3]}, unsigned{t[4]}, unsigned{t[5]}, unsigned{t[6]});
         }
-        std::va_list args;
-        va_start(args, format);
-        std::vfprintf(file, format, args);
-        va_end(args);
+        std::va_list copy; // one message may go to all three
+        va_copy(copy, args);
+        std::vfprintf(file, format, copy);
+        va_end(copy);
         if (file != stdout)
             std::fclose(file);
     }
+    va_end(args);
 }
