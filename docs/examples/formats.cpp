@@ -112,7 +112,7 @@ void HexFile(Device& device) {
 void Times(Device&) {
     char record[7], text[15];
     Get_CurBCDTime7(record);
-    Time_tTimeToAscTime14(std::time(nullptr), text);
+    Time_tTimeToAscTime14(static_cast<long>(std::time(nullptr)), text);
     Bytes("Bcd7Time   ", record, 7);
     Bytes("Bcd6Time   ", record + 1, 6);
     Bytes("Bcd5Time   ", record + 1, 5);
