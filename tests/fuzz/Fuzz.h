@@ -1,0 +1,75 @@
+/// \file
+/// What the fuzz targets share. A target is one file, `FUZZ_TARGET(Name) { ... }` in Name.cpp, with its
+/// corpus in corpus/Name. It is built twice: as a libFuzzer program of its own, which searches, and
+/// into fuzz_test, which replays the corpus with the ordinary suite.
+#ifndef MAVKIT_TESTS_FUZZ_FUZZ_H
+#define MAVKIT_TESTS_FUZZ_FUZZ_H
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#ifdef MAVKIT_FUZZ
+#define FUZZ_TARGET(name)                                                                          \
+    extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size) {                \
+        void name(fuzz::Input);                                                                    \
+        return name({data, size}), 0;                                                              \
+    }                                                                                              \
+    void name(fuzz::Input in)
+#else
+#define FUZZ_TARGET(name) void name(fuzz::Input in)
+#endif
+
+/// Aborts, with the expression, when a property does not hold.
+#define CHECK(condition)                                                                           \
+    ((condition)                                                                                   \
+         ? (void)0                                                                                 \
+         : (std::fprintf(stderr, "%s:%d: %s\n", __FILE__, __LINE__, #condition), std::abort()))
+
+namespace fuzz {
+
+/// Of exactly their own size on the heap, so that the sanitizer sees every byte beyond.
+using Bytes = std::vector<unsigned char>;
+
+/// The input, read from its front; beyond its end there are zeros.
+struct Input {
+    const unsigned char* next;
+    size_t left;
+
+    unsigned char Byte() {
+        if (left == 0)
+            return 0;
+        --left;
+        return *next++;
+    }
+
+    /// A number told in 0 to 8 bytes, so that small ones, negative ones and the limits of all widths
+    /// come up; the same on every machine.
+    long long Number() {
+        const unsigned char head = Byte();
+        unsigned long long value = 0;
+        for (int i = head % 9; i > 0; --i)
+            value = value << 8 | Byte();
+        return static_cast<long long>(head < 0x80 ? value : ~value);
+    }
+
+    /// The next bytes, `count` of them or all that are left.
+    Bytes Take(size_t count) {
+        const Bytes bytes(next, next + std::min(count, left));
+        next += bytes.size();
+        left -= bytes.size();
+        return bytes;
+    }
+
+    /// The same as a text: up to its first zero byte.
+    std::string Text(size_t count) {
+        const Bytes bytes = Take(count);
+        return std::string(bytes.begin(), std::find(bytes.begin(), bytes.end(), 0));
+    }
+};
+
+} // namespace fuzz
+
+#endif

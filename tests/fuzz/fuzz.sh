@@ -1,0 +1,33 @@
+#!/bin/sh
+# Searches for inputs that break a property: fuzz.sh BUILD SECONDS; two targets at a time. What is new to
+# a target's coverage is kept in BUILD/corpus for the next run, what breaks it in corpus/TARGET/crash-*,
+# which the suite replays from then on.
+set -eu
+corpus=$(dirname "$0")/corpus
+build=$1
+seconds=$2
+
+if [ $# -eq 2 ]; then
+    echo "$seconds seconds a target, AddressSanitizer and UndefinedBehaviorSanitizer"
+    find "$corpus" -mindepth 1 -maxdepth 1 -type d -exec basename {} \; | sort |
+        xargs -P 2 -n 1 sh "$0" "$build" "$seconds"
+    exit
+fi
+
+target=$3
+mkdir -p "$build/corpus/$target"
+status=0
+"$build/tests/fuzz/$target" -max_total_time="$seconds" -timeout=10 -max_len=512 -print_final_stats=1 \
+    -artifact_prefix="$corpus/$target/" "$build/corpus/$target" "$corpus/$target" \
+    >"$build/$target.log" 2>&1 || status=1
+stat() {
+    sed -n "s/^stat::$1: *//p" "$build/$target.log"
+}
+printf '%-15s %10s executions %8s/s %5s inputs  %s\n' "$target" "$(stat number_of_executed_units)" \
+    "$(stat average_exec_per_sec)" "$(find "$build/corpus/$target" -type f | wc -l)" \
+    "$([ $status -eq 0 ] && echo holds || echo BROKEN)"
+if [ $status -ne 0 ]; then
+    # The property, or what the sanitizer says, and the input.
+    grep -E '^[^ ]+:[0-9]+: |: runtime error|ERROR: |Test unit written' "$build/$target.log" >&2 || :
+    exit 1
+fi
