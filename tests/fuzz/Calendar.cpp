@@ -17,8 +17,8 @@ long long TrimmedWall(const fuzz::Zone& zone, int unit, long long t) {
 FUZZ_TARGET(Calendar) {
     const fuzz::Zone zone(in);
     const unsigned char unit = in.Byte() % 9;
-    const long t = zone.Time(in);
-    const long u = zone.Time(in);
+    const long t = static_cast<long>(in.Number());
+    const long u = static_cast<long>(in.Number());
     const long n = static_cast<long>(in.Number());
     const bool fits = t > 0 && zone.Wall(t) != fuzz::kFar;
 

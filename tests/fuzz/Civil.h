@@ -73,11 +73,6 @@ public:
 
     bool Fixed() const { return index_ < 4; }
 
-    /// Any time; with daylight saving one of the years that libc knows the rules of.
-    long Time(Input& in) const {
-        return static_cast<long>(Fixed() ? in.Number() : in.Number() % (1LL << 44));
-    }
-
     /// What the wall shows; kFar where there is no such time.
     static long long Wall(long long time) {
         const time_t t = static_cast<time_t>(time);

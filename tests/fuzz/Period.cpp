@@ -53,8 +53,8 @@ long long Point(const fuzz::Zone& zone, long long t, long long base, int unit, l
 FUZZ_TARGET(Period) {
     const fuzz::Zone zone(in);
     const unsigned char unit = in.Byte() % 8;
-    const long t = zone.Time(in);
-    const long base = zone.Time(in);
+    const long t = static_cast<long>(in.Number());
+    const long base = static_cast<long>(in.Number());
     const unsigned long n = static_cast<unsigned long>(in.Number());
     const long step = static_cast<long>(n);
 
