@@ -37,15 +37,13 @@ void PackText(double value, unsigned int integerDigits, unsigned int decimalDigi
     const unsigned int digits = integerDigits + decimalDigits;
     for (unsigned int k = 0; k < digits && length > 0;) {
         const char c = text[--length];
-        if ((c < '0' || c > '9') && c != ' ' && c != '-') {
+        if ((c < '0' || c > '9') && c != ' ' && c != '-')
             continue;
-        }
         const unsigned int nibble = static_cast<unsigned int>(c - '0') & 0x0F;
-        if (k % 2 == 0) {
+        if (k % 2 == 0)
             out[k / 2] = static_cast<unsigned char>(nibble);
-        } else {
+        else
             out[k / 2] = static_cast<unsigned char>(out[k / 2] | nibble << 4);
-        }
         ++k;
     }
 }
@@ -56,9 +54,8 @@ double ReadLongNumber(const unsigned char* data, unsigned int digits, unsigned i
     char text[255 + 255 + sizeof "e-255"];
     char* end = text;
     unsigned int k = digits;
-    while (k > 0 && DigitAt(data, k - 1) <= 9) {
+    while (k > 0 && DigitAt(data, k - 1) <= 9)
         *end++ = static_cast<char>('0' + DigitAt(data, --k));
-    }
     const unsigned int decimals = k < decimalDigits ? decimalDigits - k : 0;
     snprintf(end, sizeof "e-255", "e-%u", decimals);
     return strtod(text, nullptr);
@@ -85,9 +82,8 @@ int Sub_84BCD(char* out, char* a, char* b) {
     for (int i = kSize - 1; i >= 0; --i) {
         int difference = bcdc(a[i]) - bcdc(b[i]) - borrow;
         borrow = difference < 0 ? 1 : 0;
-        if (borrow != 0) {
+        if (borrow != 0)
             difference += 100;
-        }
         out[i] = static_cast<char>(cbcd(static_cast<char>(difference)));
     }
     if (borrow != 0) {
@@ -100,23 +96,20 @@ int Sub_84BCD(char* out, char* a, char* b) {
 int DoubleToBCD(double value, unsigned char& integerDigits, unsigned char& decimalDigits,
                 unsigned char* out) {
     if ((integerDigits + decimalDigits) % 2 != 0) {
-        if (integerDigits + decimalDigits < 16) {
+        if (integerDigits + decimalDigits < 16)
             ++integerDigits;
-        } else if (integerDigits > 0) {
+        else if (integerDigits > 0)
             --integerDigits;
-        } else {
+        else
             --decimalDigits;
-        }
     }
     const unsigned int size = (integerDigits + decimalDigits) / 2U;
-    if (size == 0) {
+    if (size == 0)
         return 0;
-    }
     memset(out, 0, size);
     const double magnitude = std::fabs(value);
-    if (std::isfinite(magnitude) && magnitude >= 0.0001) {
+    if (std::isfinite(magnitude) && magnitude >= 0.0001)
         PackText(magnitude, integerDigits, decimalDigits, out);
-    }
     return 0;
 }
 
@@ -127,15 +120,13 @@ double BCDToDouble(const unsigned char* data, unsigned char integerDigits,
     unsigned int k = digits;
     for (; k > 0 && DigitAt(data, k - 1) <= 9; --k) {
         number = number * 10 + DigitAt(data, k - 1);
-        if (number > kMaxExact) {
+        if (number > kMaxExact)
             return ReadLongNumber(data, digits, decimalDigits);
-        }
     }
     const unsigned int decimals = k < decimalDigits ? decimalDigits - k : 0;
     // The quotient of two exact doubles is rounded once, so it is the very value that atof gives.
-    if (decimals < kPowerCount && FLT_EVAL_METHOD == 0) {
+    if (decimals < kPowerCount && FLT_EVAL_METHOD == 0)
         return static_cast<double>(number) / kPowers[decimals];
-    }
     return ReadLongNumber(data, digits, decimalDigits);
 }
 
@@ -143,24 +134,20 @@ int BCDExchange(unsigned char* source, unsigned char sourceInteger, unsigned cha
                 unsigned char* target, unsigned char targetInteger, unsigned char targetDecimal) {
     constexpr unsigned char kMost = 16;
     if (sourceInteger > kMost || sourceDecimal > kMost || targetInteger > kMost ||
-        targetDecimal > kMost) {
+        targetDecimal > kMost)
         return -1;
-    }
     return DoubleToBCD(BCDToDouble(source, sourceInteger, sourceDecimal), targetInteger,
                        targetDecimal, target);
 }
 
 int BcdToDec(int count, unsigned char* data) {
-    if (count <= 0) {
+    if (count <= 0)
         return 0;
-    }
-    if (count > 4 || data == nullptr) {
+    if (count > 4 || data == nullptr)
         return -1;
-    }
     unsigned int value = 0;
-    while (count > 0) {
+    while (count > 0)
         value = value * 100 + mavkit::FromBcdByte(data[--count]);
-    }
     return static_cast<int>(value);
 }
 
@@ -187,14 +174,12 @@ double basechange(int exponent, unsigned int count, const unsigned char* data) {
 
 int basechange_reverse(double value, unsigned char decimalDigits, unsigned char integerDigits,
                        unsigned char size, unsigned char* out) {
-    if (integerDigits == 0) {
+    if (integerDigits == 0)
         return -1;
-    }
     memset(out, 0, size);
-    if (std::isfinite(value)) {
+    if (std::isfinite(value))
         PackText(value, integerDigits, decimalDigits, out);
-    } else {
+    else
         memset(out, 0, (integerDigits + decimalDigits + 1U) / 2);
-    }
     return 0;
 }

@@ -41,11 +41,10 @@ Word CountInBytes(Word word) {
 // The bits of up to one word, the first as the most significant one, zeros beyond the end.
 Word LoadBits(const unsigned char* bytes, size_t count) {
     Word word = 0;
-    if (count >= kWordBytes) {
+    if (count >= kWordBytes)
         word = LoadWord(bytes);
-    } else {
+    else
         memcpy(&word, bytes, count);
-    }
 #if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
     word = static_cast<Word>(kWordBytes == 8 ? __builtin_bswap64(word)
                                              : __builtin_bswap32(static_cast<unsigned int>(word)));
@@ -73,12 +72,10 @@ Position FindBit(const ByteString& bits, Position from, Word flip) {
 // Writes a number so that it ends before `end`, and gives its first character.
 char* PutNumber(char* end, long long number) {
     Position rest = static_cast<Position>(number);
-    if (number < 0) {
+    if (number < 0)
         rest = 0 - rest;
-    }
-    for (; rest > UINT_MAX; rest /= 10) {
+    for (; rest > UINT_MAX; rest /= 10)
         *--end = static_cast<char>('0' + rest % 10);
-    }
     // Nearly all numbers are here at once: the target divides 32 bits by itself, but not 64. Digits go
     // in pairs, so that each long division is followed by two short ones that do not wait in line.
     unsigned int low = static_cast<unsigned int>(rest);
@@ -88,44 +85,36 @@ char* PutNumber(char* end, long long number) {
         *--end = static_cast<char>('0' + pair % 10);
         *--end = static_cast<char>('0' + pair / 10);
     }
-    if (low != 0 || number == 0) {
+    if (low != 0 || number == 0)
         *--end = static_cast<char>('0' + low);
-    }
-    if (number < 0) {
+    if (number < 0)
         *--end = '-';
-    }
     return end;
 }
 
 // What atoi reads at `text`, not beyond `end`; a number that an int may not hold is read on to kHuge.
 long long ReadNumber(const char* text, const char* end) {
-    while (text != end && (*text == ' ' || (*text >= '\t' && *text <= '\r'))) {
+    while (text != end && (*text == ' ' || (*text >= '\t' && *text <= '\r')))
         ++text;
-    }
     const bool negative = text != end && *text == '-';
-    if (text != end && (*text == '-' || *text == '+')) {
+    if (text != end && (*text == '-' || *text == '+'))
         ++text;
-    }
     long long number = 0;
-    for (; text != end && *text >= '0' && *text <= '9'; ++text) {
-        if (number < kHuge) {
+    for (; text != end && *text >= '0' && *text <= '9'; ++text)
+        if (number < kHuge)
             number = number * 10 + (*text - '0');
-        }
-    }
     return negative ? -number : number;
 }
 
 } // namespace
 
 void BitMask::Enable(unsigned int from, unsigned int to) {
-    if (to < from) {
+    if (to < from)
         return;
-    }
     const size_t first = from / CHAR_BIT;
     const size_t last = to / CHAR_BIT;
-    if (bits.size() <= last) {
+    if (bits.size() <= last)
         bits.resize(last + 1);
-    }
     unsigned char* const data = &bits[0];
     const unsigned int head = 0xFFU >> from % CHAR_BIT;
     const unsigned int tail = 0xFF00U >> (to % CHAR_BIT + 1) & 0xFFU;
@@ -140,9 +129,8 @@ void BitMask::Enable(unsigned int from, unsigned int to) {
 
 void BitMask::Disable(unsigned int from, unsigned int to) {
     const Position end = static_cast<Position>(bits.size()) * CHAR_BIT;
-    if (to < from || from >= end) {
+    if (to < from || from >= end)
         return;
-    }
     const size_t first = from / CHAR_BIT;
     const size_t last = std::min<size_t>(to / CHAR_BIT, bits.size() - 1);
     // The bits that stay; beyond the end of the mask none of the last byte's do.
@@ -161,9 +149,8 @@ void BitMask::Disable(unsigned int from, unsigned int to) {
 void BitMask::Enable(const BitMask& other) {
     // The other mask may be this one: its length is read before, its bytes after this one grows.
     const size_t size = other.bits.size();
-    if (bits.size() <= size) {
+    if (bits.size() <= size)
         bits.resize(size + 1);
-    }
     unsigned char* const data = &bits[0];
     const unsigned char* const source = other.bits.data();
     size_t at = 0;
@@ -175,9 +162,8 @@ void BitMask::Enable(const BitMask& other) {
         pair[0].value = first;
         pair[1].value = second;
     }
-    for (; at < size; ++at) {
+    for (; at < size; ++at)
         data[at] = static_cast<unsigned char>(data[at] | source[at]);
-    }
 }
 
 bool BitMask::IsEnabled(unsigned int bit) const {
@@ -215,41 +201,33 @@ unsigned int BitMask::EnableCount() const {
 void BitMask::Trim() {
     const unsigned char* const data = bits.data();
     size_t size = bits.size();
-    while (size >= kWordBytes && LoadWord(data + size - kWordBytes) == 0) {
+    while (size >= kWordBytes && LoadWord(data + size - kWordBytes) == 0)
         size -= kWordBytes;
-    }
-    while (size > 0 && data[size - 1] == 0) {
+    while (size > 0 && data[size - 1] == 0)
         --size;
-    }
     const size_t kept = size == 0 ? 1 : size + (data[size - 1] & 1U);
-    if (kept < bits.size()) {
+    if (kept < bits.size())
         bits.resize(kept);
-    }
 }
 
 unsigned int BitMask::Serialize(unsigned char* buffer, unsigned int size) const {
-    if (buffer == nullptr || static_cast<Position>(bits.size()) + 4 > size) {
+    if (buffer == nullptr || static_cast<Position>(bits.size()) + 4 > size)
         return 0;
-    }
     const unsigned int count = static_cast<unsigned int>(bits.size());
-    for (unsigned int i = 0; i < 4; ++i) {
+    for (unsigned int i = 0; i < 4; ++i)
         buffer[i] = static_cast<unsigned char>(count >> CHAR_BIT * i);
-    }
     memcpy(buffer + 4, bits.data(), count);
     return count + 4;
 }
 
 unsigned int BitMask::Deserialize(const unsigned char* buffer, unsigned int size) {
-    if (buffer == nullptr || size < 4) {
+    if (buffer == nullptr || size < 4)
         return 0;
-    }
     unsigned int count = 0;
-    for (unsigned int i = 0; i < 4; ++i) {
+    for (unsigned int i = 0; i < 4; ++i)
         count |= static_cast<unsigned int>(buffer[i]) << CHAR_BIT * i;
-    }
-    if (size - 4 < count) {
+    if (size - 4 < count)
         return 0;
-    }
     bits.assign(buffer + 4, count);
     return count + 4;
 }
@@ -282,11 +260,9 @@ void BitMask::ParseFrom(const char* text, bool enable, int base) {
     while (text != nullptr) {
         const char* dash = nullptr;
         const char* end = text;
-        for (; *end != ',' && *end != '\0'; ++end) {
-            if (*end == '-' && dash == nullptr) {
+        for (; *end != ',' && *end != '\0'; ++end)
+            if (*end == '-' && dash == nullptr)
                 dash = end;
-            }
-        }
         const bool range = dash != nullptr && dash != text;
         const char* const part = dash == text ? text + 1 : text;
         const char* const partEnd = range ? dash : end;
@@ -299,11 +275,10 @@ void BitMask::ParseFrom(const char* text, bool enable, int base) {
         if (counts && std::min(from, to) >= 0 && std::max(from, to) <= kLastTextBit) {
             const unsigned int first = static_cast<unsigned int>(from);
             const unsigned int last = static_cast<unsigned int>(to);
-            if (enable) {
+            if (enable)
                 Enable(first, last);
-            } else {
+            else
                 Disable(first, last);
-            }
         }
         text = *end == '\0' ? nullptr : end + 1;
     }

@@ -7,11 +7,9 @@ namespace {
 // Zeros before a short text add nothing to its value, so the characters are simply shifted in.
 unsigned int ReadHex(const char* text, int width) {
     unsigned int value = 0;
-    if (text != nullptr) {
-        for (int i = 0; i < width && text[i] != '\0'; ++i) {
+    if (text != nullptr)
+        for (int i = 0; i < width && text[i] != '\0'; ++i)
             value = value << 4 | Char_No1Hex(text[i]);
-        }
-    }
     return value;
 }
 
@@ -35,9 +33,8 @@ unsigned char Char_No1Hex(char c) {
 }
 
 unsigned char String_Asc2TouChar(char* text) {
-    if (text == nullptr) {
+    if (text == nullptr)
         return 0;
-    }
     return static_cast<unsigned char>(Char_No1Hex(text[0]) << 4 | Char_No1Hex(text[1]));
 }
 
@@ -56,9 +53,8 @@ void String_uShortToAsc4(unsigned short value, char* text) { WriteHex(value, tex
 void String_uLongToAsc8(unsigned long value, char* text) { WriteHex(value, text, 8); }
 
 int No2Char_Dec1(char tens, char units) {
-    if (!IsDecimal(tens) || !IsDecimal(units)) {
+    if (!IsDecimal(tens) || !IsDecimal(units))
         return -2;
-    }
     return (tens - '0') * 10 + (units - '0');
 }
 
@@ -69,9 +65,8 @@ int isbcdchar(char c) {
 
 int String_CutLine(char* key, char* value, char* line, char separator) {
     const char* cut = nullptr;
-    if (line != nullptr && separator != '\0') {
+    if (line != nullptr && separator != '\0')
         cut = strchr(line, separator);
-    }
     if (cut == nullptr) {
         key[0] = '\0';
         value[0] = '\0';

@@ -37,43 +37,37 @@ struct Field {
 struct OpenStream {
     FILE* file;
     ~OpenStream() {
-        if (file != nullptr) {
+        if (file != nullptr)
             fclose(file);
-        }
     }
 };
 
 bool ReadText(const char* path, std::string& text) {
     static char line[1024];
     const OpenStream stream = {path == nullptr ? nullptr : MavFile::OpenFile(path, "rt")};
-    if (stream.file == nullptr) {
+    if (stream.file == nullptr)
         return false;
-    }
     fseek(stream.file, 0, SEEK_SET);
-    while (fgets(line, sizeof line - 1, stream.file) != nullptr) {
+    while (fgets(line, sizeof line - 1, stream.file) != nullptr)
         text += line;
-    }
     return feof(stream.file) != 0 && ferror(stream.file) == 0;
 }
 
 } // namespace
 
 int strings::addfrom(const char* text, const char* delimiter, bool keepEmpty) {
-    if (text == nullptr) {
+    if (text == nullptr)
         return 0;
-    }
     const size_t step = delimiter == nullptr ? 0 : strlen(delimiter);
     // Where the fields are is gathered first: the list then grows once, and nothing is searched twice.
     std::vector<Field> fields;
     for (const char* next = text; next != nullptr;) {
         const char* end = nullptr;
-        if (step != 0) {
+        if (step != 0)
             end = step == 1 ? strchr(next, *delimiter) : strstr(next, delimiter);
-        }
         const size_t length = end == nullptr ? strlen(next) : static_cast<size_t>(end - next);
-        if (length != 0 || keepEmpty || step == 0) {
+        if (length != 0 || keepEmpty || step == 0)
             fields.push_back({static_cast<size_t>(next - text), length});
-        }
         next = end == nullptr ? nullptr : end + step;
     }
     std::string ownText;
@@ -84,16 +78,14 @@ int strings::addfrom(const char* text, const char* delimiter, bool keepEmpty) {
         }
         reserve(std::max(size() + fields.size(), 2 * size()));
     }
-    for (const Field& field : fields) {
+    for (const Field& field : fields)
         emplace_back(text + field.start, field.length);
-    }
     return static_cast<int>(fields.size());
 }
 
 int ParseHexStr(const char* text, ByteString& bytes) {
-    if (text == nullptr) {
+    if (text == nullptr)
         return 0;
-    }
     // Read as unsigned characters with the terminator, which is no digit, in reach of the last one.
     const unsigned char* next = reinterpret_cast<const unsigned char*>(text);
     const unsigned char* const end = next + strlen(text);
@@ -112,9 +104,8 @@ int ParseHexStr(const char* text, ByteString& bytes) {
             const unsigned int b = value(next[1]);
             const unsigned int c = value(next[2]);
             const unsigned int d = value(next[3]);
-            if ((a | b | c | d) >= 16) {
+            if ((a | b | c | d) >= 16)
                 break;
-            }
             out[0] = static_cast<unsigned char>(a << 4 | b);
             out[1] = static_cast<unsigned char>(c << 4 | d);
             out += 2;

@@ -58,9 +58,8 @@ namespace mavkit {
 
 void ToBcd7(const tm& f, char* out) {
     unsigned int year = static_cast<unsigned int>(f.tm_year) + 1900;
-    if (year > 9999) { // or below 0
+    if (year > 9999) // or below 0
         year = static_cast<unsigned int>(f.tm_year % 10000 + 11900) % 10000;
-    }
     out[0] = static_cast<char>(mavkit::ToBcdByte(year / 100));
     out[1] = static_cast<char>(mavkit::ToBcdByte(year % 100));
     out[2] = ToBcd(f.tm_mon + 1);
@@ -118,9 +117,8 @@ void Get_CurtmTime(tm* out) {
 void Time_tTimeToAscTime14(long t, char* out) {
     char record[kRecord];
     *out = '\0';
-    if (Record(t, record)) {
+    if (Record(t, record))
         Fill("#######", record, out);
-    }
 }
 
 void Time_Asc14TimeTotmTime(char* in, tm* out) {
@@ -135,9 +133,8 @@ void Time_Asc14TimeTotmTime(char* in, tm* out) {
 void CopyTime7(char* src, char* dst) { memmove(dst, src, kRecord); }
 
 void CopyTime(char* src, char* dst, int n) {
-    if (n > 0) {
+    if (n > 0)
         memmove(dst, src, static_cast<size_t>(n));
-    }
 }
 
 int CompTime(char* a, char* b, int n) {
@@ -148,11 +145,9 @@ int CompTime(char* a, char* b, int n) {
 bool IsBcd7Time(unsigned char const* t) {
     static const unsigned char kLowest[kRecord] = {0x01, 0x00, 0x01, 0x01, 0x00, 0x00, 0x00};
     static const unsigned char kHighest[kRecord] = {0x99, 0x99, 0x12, 0x31, 0x23, 0x59, 0x59};
-    for (int i = 0; i < kRecord; ++i) {
-        if (t[i] < kLowest[i] || t[i] > kHighest[i]) {
+    for (int i = 0; i < kRecord; ++i)
+        if (t[i] < kLowest[i] || t[i] > kHighest[i])
             return false;
-        }
-    }
     return true;
 }
 

@@ -19,9 +19,8 @@ int FixedLength(unsigned char unit) {
 bool AddFar(unsigned char unit, long long n, int* field, tm* f) {
     static const int kUnitsADay[] = {kSecondsADay, 1440, 24, 1};
     constexpr int kDays400Years = 146097;
-    if (unit == Year) {
+    if (unit == Year)
         return false;
-    }
     const int carryAt = unit == Month ? 12 : kUnitsADay[unit - Second];
     const long long carried = n / carryAt; // years or, from the finer units, days
     long long years = carried;
@@ -38,12 +37,10 @@ long TrimToMidnight(unsigned char unit, tm* f) {
     f->tm_sec = 0;
     f->tm_min = 0;
     f->tm_hour = 0;
-    if (unit >= Month) {
+    if (unit >= Month)
         f->tm_mday = 1;
-    }
-    if (unit >= Year) {
+    if (unit >= Year)
         f->tm_mon = 0;
-    }
     return mavkit::ToTime(f);
 }
 
@@ -56,9 +53,8 @@ long DayNumber(const tm& f) {
 /// The fields that `x` is counted by: its own or, when it stands for no time, those of time 0,
 /// which are put into `zero`.
 const tm& CountedFields(const mavkit::LocalTime& x, tm* zero) {
-    if (x.t > 0) {
+    if (x.t > 0)
         return x.fields;
-    }
     mavkit::ToFields(0, zero);
     return *zero;
 }
@@ -78,16 +74,14 @@ long Trimmed(unsigned char unit, const mavkit::LocalTime& x) {
 /// without fields is no time.
 void BreakToCount(unsigned char unit, long t, mavkit::LocalTime* x) {
     x->t = t;
-    if (t > 0 && FixedLength(unit) == 0 && !mavkit::Break(t, x)) {
+    if (t > 0 && FixedLength(unit) == 0 && !mavkit::Break(t, x))
         x->t = 0;
-    }
 }
 
 unsigned int DotsBetween(const char* from, const char* to, unsigned int radix) {
     const unsigned int step = radix * 60;
-    if (step == 0) {
+    if (step == 0)
         return 0;
-    }
     long start = 0;
     long end = 0;
     Time_BCDTime7TotTime(from, &start);
@@ -107,19 +101,17 @@ long AddUnits(LocalTime* x, unsigned char unit, long long n) {
     if (unit >= Second && unit <= Year) {
         int& field = x->fields.*kFields[unit - Second];
         int sum = 0;
-        if (!__builtin_add_overflow(field, n, &sum)) {
+        if (!__builtin_add_overflow(field, n, &sum))
             field = sum;
-        } else if (!AddFar(unit, n, &field, &x->fields)) {
+        else if (!AddFar(unit, n, &field, &x->fields))
             return x->t = -1;
-        }
     }
     return Make(x);
 }
 
 long UnitsBetween(const LocalTime& from, const LocalTime& to, unsigned char unit) {
-    if (const int length = FixedLength(unit)) {
+    if (const int length = FixedLength(unit))
         return (to.t > 0 ? to.t / length : 0) - (from.t > 0 ? from.t / length : 0);
-    }
     if (unit < Second) {
         const long start = Trimmed(unit, from);
         long seconds = 0;
@@ -146,19 +138,16 @@ long UnitsBetween(const LocalTime& from, const LocalTime& to, unsigned char unit
 
 long dateadd(unsigned char unit, long n, long t) {
     mavkit::LocalTime x;
-    if (t <= 0 || n == 0) {
+    if (t <= 0 || n == 0)
         return t;
-    }
     return mavkit::Break(t, &x) ? mavkit::AddUnits(&x, unit, n) : -1;
 }
 
 long datetrim(unsigned char unit, long t) {
-    if (t <= 0) {
+    if (t <= 0)
         return 0;
-    }
-    if (const int length = FixedLength(unit)) {
+    if (const int length = FixedLength(unit))
         return t - t % length;
-    }
     tm f;
     return mavkit::ToFields(t, &f) ? TrimToMidnight(unit, &f) : -1;
 }

@@ -26,9 +26,8 @@ void FromBcd7(const char* in, tm* f);
 /// The local fields of `t`. False, with `f` left alone, where the year of `t` does not fit a `tm`.
 inline bool ToFields(time_t t, tm* f) {
     const tm* const shared = localtime(&t);
-    if (shared == nullptr) {
+    if (shared == nullptr)
         return false;
-    }
     *f = *shared;
     return true;
 }

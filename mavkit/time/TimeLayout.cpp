@@ -25,9 +25,8 @@ Layout Decode(unsigned char code) {
     const int start = code & 7;
     const int end = code >> 4 & 7;
     layout.hasWeekday = (code & 0x80) != 0;
-    if (start == 0 || end == 0) {
+    if (start == 0 || end == 0)
         return layout;
-    }
     // Fields from the day on stand behind the slot of the weekday.
     int low = std::min(start, end);
     int high = std::max(start, end);
@@ -37,18 +36,14 @@ Layout Decode(unsigned char code) {
     if (layout.hasWeekday) {
         high = high == kHour ? static_cast<int>(kWeekday) : high;
         low = low == kDay ? static_cast<int>(kWeekday) : low;
-        if (low > kWeekday || high < kWeekday) {
+        if (low > kWeekday || high < kWeekday)
             return layout;
-        }
     }
-    for (int slot = low; slot <= high; ++slot) {
-        if (slot != kWeekday || layout.hasWeekday) {
+    for (int slot = low; slot <= high; ++slot)
+        if (slot != kWeekday || layout.hasWeekday)
             layout.slots[layout.length++] = slot;
-        }
-    }
-    if (end < start) {
+    if (end < start)
         std::reverse(layout.slots, layout.slots + layout.length);
-    }
     return layout;
 }
 
@@ -58,9 +53,8 @@ int ExchangeBCDTime(unsigned char fmtIn, unsigned char* in, unsigned char fmtOut
                     unsigned char* out) {
     const Layout from = Decode(fmtIn);
     const Layout to = Decode(fmtOut);
-    if (from.length == 0 || to.length == 0) {
+    if (from.length == 0 || to.length == 0)
         return -1;
-    }
     if (fmtIn == fmtOut) {
         memmove(out, in, static_cast<size_t>(from.length));
         return 0;
@@ -68,28 +62,22 @@ int ExchangeBCDTime(unsigned char fmtIn, unsigned char* in, unsigned char fmtOut
     mavkit::LocalTime x;
     char bcd7[7] = {};
     unsigned char work[kSlots] = {};
-    if (mavkit::ToFields(time(nullptr), &x.fields)) {
+    if (mavkit::ToFields(time(nullptr), &x.fields))
         mavkit::ToBcd7(x.fields, bcd7);
-    }
-    for (int i = 0; i < 7; ++i) {
+    for (int i = 0; i < 7; ++i)
         work[kBcd7Slots[i]] = static_cast<unsigned char>(bcd7[i]);
-    }
-    for (int i = 0; i < from.length; ++i) {
+    for (int i = 0; i < from.length; ++i)
         work[from.slots[i]] = in[i];
-    }
     if (!from.hasWeekday) {
         if (from.hasDay) {
-            for (int i = 0; i < 7; ++i) {
+            for (int i = 0; i < 7; ++i)
                 bcd7[i] = static_cast<char>(work[kBcd7Slots[i]]);
-            }
-            if (mavkit::MakeBcd7(bcd7, &x) == -1) {
+            if (mavkit::MakeBcd7(bcd7, &x) == -1)
                 mavkit::Break(-1, &x);
-            }
         }
         work[kWeekday] = static_cast<unsigned char>(x.fields.tm_wday);
     }
-    for (int i = 0; i < to.length; ++i) {
+    for (int i = 0; i < to.length; ++i)
         out[i] = work[to.slots[i]];
-    }
     return 0;
 }
