@@ -21,7 +21,7 @@ git ls-files 'mavkit/*.cpp' 'examples/*.cpp' 'tools/*.cpp' |
 echo "cppcheck"
 cppcheck --quiet --error-exitcode=1 --std=c++17 --language=c++ --inline-suppr \
     --enable=warning,performance,portability \
-    -j "$(nproc)" -I . mavkit examples || status=1
+    -j "$(nproc)" -I . mavkit examples tools || status=1
 
 [ "$status" -eq 0 ] && echo "lint: clean"
 exit "$status"

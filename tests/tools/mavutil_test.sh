@@ -56,7 +56,7 @@ bad() {
 # until_there FILE TEXT: waits for a line.
 until_there() {
     for _ in 1 2 3 4 5 6 7 8 9 0 1 2 3 4 5 6 7 8 9 0; do
-        grep -q -e "$2" "$1" && return 0
+        grep -qs -e "$2" "$1" && return 0
         sleep 0.1
     done
     complain "waiting for '$2'" "$(cat "$1")" "$2"
@@ -90,9 +90,9 @@ bad "no verb 'que': mavutil help lists them" que
 bad "no verb 'x': *" help x
 bad "no queue '': see mavutil help queue" queue
 bad "no queue 'peek FLAG': see *" queue 'peek FLAG' M
-bad "2 arguments do not fit: write mavutil queue send FLAG TYPE HEX..." queue send M 1
-bad "4 arguments do not fit: write mavutil hex \[FILE \[OFFSET \[LENGTH\]\]\]" hex a 1 2 3
-bad "a flag is one character or a number; 'xy' is no*" queue has xy
+bad "too few arguments: write mavutil queue send FLAG TYPE HEX..." queue send M 1
+bad "too many arguments: write mavutil hex \[FILE \[OFFSET \[LENGTH\]\]\]" hex a 1 2 3
+bad "a flag is one character or a number; 'xy' is no*" queue peek xy
 bad "a flag is one character or a number; '256' is no number from 0 to 255" queue peek 256
 bad "TYPE '0' is no number from 1 to *" queue send M 0 01
 bad "'6G' is no hex: write digits in pairs, 20 24 03 05 or 20240305" queue send M 1 6G
@@ -103,6 +103,7 @@ bad "'5-3' names no bit: write numbers and ranges like 0-2,5" mask count 1,5-3
 bad "'x' names no bit: *" mask bytes x
 bad "'8388608' names no bit: *" mask bytes 1,8388608
 bad "OFFSET '-1' is no number from 0 to *" hex mavutil -1
+bad "OFFSET '1' is no number from 0 to 0" hex /dev/null 1
 bad "a text is missing after -g" trace show -g
 bad "'0x92' is no layout: *" time decode 0x92 01
 bad "layout 0xE4 has 4 bytes, not 3" time decode 0xE4 05 03 24
@@ -112,7 +113,7 @@ bad "'daze' is no unit: second, *" time trim now daze
 for verb in queue trace time mask record hex crc scan shm; do
     t 0 "  mavutil $verb *" help $verb
 done
-t 0 'mavutil looks into a running terminal.*' help
+t 0 'mavutil looks into a running terminal; *' help
 
 # Time. 0x97 and 0xE1 hold a weekday, 0x93 one without a date.
 t 0 '2024-03-05 06:07:08 Tue 1709615228' time decode 0x17 20 24 03 05 06 07 08
@@ -167,7 +168,7 @@ t 0 '00000000  31 32 33 34 35 36 37 38 1B 39                    |12345678.9|
 0000000A' hex nine
 t 0 '00000008  1B *
 00000009' hex nine 8 1
-t 0 0000000A hex nine 11
+t 0 0000000A hex nine 10
 { head -c 64 /dev/zero && echo; } >zeros
 t 0 '00000000  00 *
 \*
@@ -209,22 +210,22 @@ t 0 'b.log_bak: alone
 t_a.log: final' trace show -g al traces
 
 # Queues, on a flag that nobody uses; without /root there are none.
-if ./mavutil queue has 255 2>&1 | grep -q 'without /root'; then
+if ./mavutil queue peek 255 2>&1 | grep -q 'without /root'; then
     t 1 '*mavutil: no keys of queues without /root: *' queue list
     t 1 'mavutil: not sent*' queue send 255 1 01
 else
     free=$((128 + $$ % 64))
-    until ./mavutil queue has $free 2>&1 | grep -q 'has no queue'; do
+    until ./mavutil queue peek $free 2>&1 | grep -q 'has no queue'; do
         free=$((free + 1))
         [ $free -le 255 ] || exit 1
     done
-    for verb in peek has recv clear remove; do
+    for verb in peek recv clear remove; do
         t 1 "mavutil: flag $free has no queue" queue $verb $free
     done
     ./mavutil queue watch $free 20 >watched 2>&1 &
     pids="$pids $!" watch=$!
     until_there watched '^#flag'
-    t 1 "mavutil: flag $free has no queue" queue has $free
+    t 1 "mavutil: flag $free has no queue" queue peek $free
     flag=$free
     t 0 '' queue send $flag 3 68 12 01
     t 0 '' queue send "$(printf 0x%02x $flag)" 2 AABB
@@ -239,8 +240,7 @@ else
 2 40 11 11 * 11' queue peek $flag
     fi
     until_there watched "^  $flag -     3     45 "
-    t 0 '' queue has $flag 3
-    t 1 '' queue has $flag 1
+    t 1 '' queue recv $flag 1
     t 0 '2 2 AA BB' queue recv $flag -9
     t 0 '3 3 68 12 01' queue recv $flag
     t 1 '' queue recv $flag 3
