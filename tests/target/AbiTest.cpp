@@ -52,8 +52,9 @@ TEST(Abi, RecordsReachTheEndsOfLong) {
         EXPECT_EQ(Fit(c.t), Time_BCDTime7TotTime(record.data(), &out)) << c.text;
         EXPECT_EQ(Fit(c.t), out);
         EXPECT_EQ(Fit(c.t), Time_BCDTime7ToTm(record.data(), &fields)) << c.text;
-        if (out != -1)
+        if (out != -1) {
             EXPECT_STREQ(c.text, timestr(&out));
+        }
     }
 }
 
