@@ -1,6 +1,10 @@
 #include "device/Device.h"
 
+#include "mavkit/diag/MavTrace.h"
+
+#include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -9,70 +13,73 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <gtest/gtest.h>
-#include <map>
-#include <sstream>
+#include <iterator>
 #include <sys/ipc.h>
 #include <sys/mman.h>
 #include <sys/msg.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
 
-struct Fault {
-    int error;
-    int times;
-    int skip;
+// A wrapped call, and the fault that it is to have. Plain arrays: malloc is one of them, so that
+// they must not allocate.
+struct Call {
+    const char* name;
+    int calls = 0;
+    int error = 0;
+    int times = 0;
+    int skip = 0;
 };
-
-// Plain arrays: malloc is among the wrapped calls, so this table must not allocate.
-constexpr const char* kNames[] = {"fopen",  "open",      "openat", "time",   "system",  "settime",
-                                  "mktime", "localtime", "malloc", "calloc", "strdup",  "lseek",
-                                  "fread",  "fwrite",    "fgets",  "ftok",   "msgget",  "msgsnd",
-                                  "msgrcv", "msgctl",    "mmap",   "msync",  "opendir", "fdopendir",
-                                  "chdir",  "fchdir",    "getcwd", "socket", "ioctl"};
-constexpr int kCount = sizeof kNames / sizeof kNames[0];
-Fault faults[kCount];
-int calls[kCount];
+Call table[] = {{"fopen"},  {"open"},      {"openat"}, {"time"},   {"system"},  {"settime"},
+                {"mktime"}, {"localtime"}, {"malloc"}, {"calloc"}, {"strdup"},  {"lseek"},
+                {"fread"},  {"fwrite"},    {"fgets"},  {"ftok"},   {"msgget"},  {"msgsnd"},
+                {"msgrcv"}, {"msgctl"},    {"mmap"},   {"msync"},  {"opendir"}, {"fdopendir"},
+                {"chdir"},  {"fchdir"},    {"getcwd"}, {"socket"}, {"ioctl"}};
 
 Device* device = nullptr;
 bool held = false;
 std::time_t heldTime = 0;
 
-int IndexOf(const char* name) {
-    for (int i = 0; i < kCount; ++i)
-        if (std::strcmp(kNames[i], name) == 0)
-            return i;
+Call& Find(const char* name) {
+    for (Call& call : table)
+        if (std::strcmp(call.name, name) == 0)
+            return call;
     std::fprintf(stderr, "Device: no call named %s\n", name);
     std::abort();
 }
 
 // Counts the call, and tells whether it is to fail; then errno is set.
 bool Fails(const char* name) {
-    const int i = IndexOf(name);
-    ++calls[i];
-    Fault& fault = faults[i];
-    if (fault.times == 0 || fault.skip-- > 0)
+    Call& call = Find(name);
+    ++call.calls;
+    if (call.times == 0 || call.skip-- > 0)
         return false;
-    --fault.times;
-    fault.skip = 0;
-    errno = fault.error;
+    --call.times;
+    call.skip = 0;
+    errno = call.error;
     return true;
-}
-
-bool IsTerminalPath(const char* path) {
-    return device != nullptr &&
-           (std::strncmp(path, "/mnt/", 5) == 0 || std::strncmp(path, "/dev/pts/", 9) == 0 ||
-            std::strcmp(path, "/root") == 0);
 }
 
 // The path to use in place of `path`; `buffer` gives it room.
 const char* Mapped(const char* path, std::string& buffer) {
-    if (path == nullptr || !IsTerminalPath(path))
-        return path;
-    buffer = device->Path(path);
-    return buffer.c_str();
+    if (device != nullptr && path != nullptr &&
+        (std::strncmp(path, "/mnt/", 5) == 0 || std::strncmp(path, "/dev/pts/", 9) == 0 ||
+         std::strcmp(path, "/root") == 0))
+        path = (buffer = device->Path(path)).c_str();
+    return path;
+}
+
+// Never the machine's own clock.
+int SetClock(std::time_t time) {
+    if (device != nullptr)
+        device->clockSets.push_back(time);
+    return Fails("settime") ? -1 : 0;
+}
+
+long CountDescriptors() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
 } // namespace
@@ -114,14 +121,6 @@ WRAPPED(int, open, FILE64(open), (const char* path, int flags, ...)) {
     return Fails("open") ? -1 : Real_open(Mapped(path, buffer), flags, mode);
 }
 
-WRAPPED(int, openat, FILE64(openat), (int dir, const char* path, int flags, ...)) {
-    std::va_list args;
-    va_start(args, flags);
-    const unsigned mode = (flags & O_CREAT) != 0 ? va_arg(args, unsigned) : 0;
-    va_end(args);
-    return Fails("openat") ? -1 : Real_openat(dir, path, flags, mode);
-}
-
 WRAPPED(std::time_t, time, TIME64("time", "__time64"), (std::time_t * out)) {
     if (Fails("time"))
         return -1;
@@ -142,18 +141,12 @@ WRAPPED(int, system, "system", (const char* command)) {
 
 WRAPPED(int, clock_settime, TIME64("clock_settime", "__clock_settime64"),
         (clockid_t, const struct timespec* time)) {
-    if (device != nullptr)
-        device->clockSets.push_back(time->tv_sec);
-    return Fails("settime") ? -1 : 0; // never the machine's own clock
+    return SetClock(time->tv_sec);
 }
 
 #ifdef MAVKIT_HAVE_STIME
 extern "C" int Wrap_stime(const std::time_t* time) __asm__("__wrap_stime");
-int Wrap_stime(const std::time_t* time) {
-    if (device != nullptr)
-        device->clockSets.push_back(*time);
-    return Fails("settime") ? -1 : 0;
-}
+int Wrap_stime(const std::time_t* time) { return SetClock(*time); }
 #endif
 
 WRAPPED(int, msync, "msync", (void* address, std::size_t length, int flags)) {
@@ -170,44 +163,39 @@ WRAPPED(key_t, ftok, "ftok", (const char* path, int id)) {
 WRAP_FAULT(std::time_t, mktime, TIME64("mktime", "__mktime64"), -1, (std::tm * t), (t))
 WRAP_FAULT(std::tm*, localtime, TIME64("localtime", "__localtime64"), nullptr,
            (const std::time_t* t), (t))
-WRAP_FAULT(void*, malloc, "malloc", nullptr, (std::size_t size), (size))
-WRAP_FAULT(void*, calloc, "calloc", nullptr, (std::size_t count, std::size_t size), (count, size))
+WRAP_FAULT(void*, malloc, "malloc", nullptr, (size_t size), (size))
+WRAP_FAULT(void*, calloc, "calloc", nullptr, (size_t count, size_t size), (count, size))
 WRAP_FAULT(char*, strdup, "strdup", nullptr, (const char* text), (text))
-WRAP_FAULT(off_t, lseek, FILE64(lseek), -1, (int fd, off_t offset, int whence),
-           (fd, offset, whence))
-WRAP_FAULT(std::size_t, fread, "fread", 0,
-           (void* data, std::size_t size, std::size_t count, std::FILE* file),
-           (data, size, count, file))
-WRAP_FAULT(std::size_t, fwrite, "fwrite", 0,
-           (const void* data, std::size_t size, std::size_t count, std::FILE* file),
-           (data, size, count, file))
-WRAP_FAULT(char*, fgets, "fgets", nullptr, (char* text, int size, std::FILE* file),
-           (text, size, file))
+WRAP_FAULT(off_t, lseek, FILE64(lseek), -1, (int fd, off_t to, int whence), (fd, to, whence))
+WRAP_FAULT(size_t, fread, "fread", 0, (void* p, size_t n, size_t m, FILE* f), (p, n, m, f))
+WRAP_FAULT(size_t, fwrite, "fwrite", 0, (const void* p, size_t n, size_t m, FILE* f), (p, n, m, f))
+WRAP_FAULT(char*, fgets, "fgets", nullptr, (char* text, int n, FILE* f), (text, n, f))
 WRAP_FAULT(int, msgget, "msgget", -1, (key_t key, int flags), (key, flags))
-WRAP_FAULT(int, msgsnd, "msgsnd", -1, (int id, const void* msg, std::size_t size, int flags),
-           (id, msg, size, flags))
-WRAP_FAULT(ssize_t, msgrcv, "msgrcv", -1,
-           (int id, void* msg, std::size_t size, long type, int flags),
-           (id, msg, size, type, flags))
-WRAP_FAULT(int, msgctl, TIME64("msgctl", "__msgctl64"), -1, (int id, int command, msqid_ds* buffer),
-           (id, command, buffer))
+WRAP_FAULT(int, msgsnd, "msgsnd", -1, (int id, const void* p, size_t n, int flags),
+           (id, p, n, flags))
+WRAP_FAULT(ssize_t, msgrcv, "msgrcv", -1, (int id, void* p, size_t n, long type, int flags),
+           (id, p, n, type, flags))
+WRAP_FAULT(int, msgctl, TIME64("msgctl", "__msgctl64"), -1, (int id, int command, msqid_ds* p),
+           (id, command, p))
 WRAP_FAULT(void*, mmap, FILE64(mmap), MAP_FAILED,
-           (void* address, std::size_t length, int protection, int flags, int fd, off_t offset),
-           (address, length, protection, flags, fd, offset))
+           (void* at, size_t n, int access, int flags, int fd, off_t from),
+           (at, n, access, flags, fd, from))
+WRAP_FAULT(int, openat, FILE64(openat), -1, (int dir, const char* path, int flags, ...),
+           (dir, path, flags)) // nobody creates a file by it
 WRAP_FAULT(DIR*, opendir, "opendir", nullptr, (const char* path), (path))
 WRAP_FAULT(DIR*, fdopendir, "fdopendir", nullptr, (int fd), (fd))
+WRAP_FAULT(int, chdir, "chdir", -1, (const char* path), (path))
+WRAP_FAULT(int, fchdir, "fchdir", -1, (int fd), (fd))
+WRAP_FAULT(char*, getcwd, "getcwd", nullptr, (char* p, size_t n), (p, n))
+WRAP_FAULT(int, socket, "socket", -1, (int domain, int type, int protocol),
+           (domain, type, protocol))
+
 WRAPPED(dirent*, readdir, FILE64(readdir), (DIR * dir)) {
     dirent* entry = Real_readdir(dir);
     if (entry != nullptr && device != nullptr && device->hideTypes)
         entry->d_type = DT_UNKNOWN;
     return entry;
 }
-
-WRAP_FAULT(int, chdir, "chdir", -1, (const char* path), (path))
-WRAP_FAULT(int, fchdir, "fchdir", -1, (int fd), (fd))
-WRAP_FAULT(char*, getcwd, "getcwd", nullptr, (char* buffer, std::size_t size), (buffer, size))
-WRAP_FAULT(int, socket, "socket", -1, (int domain, int type, int protocol),
-           (domain, type, protocol))
 
 WRAPPED(int, ioctl, TIME64("ioctl", "__ioctl_time64"), (int fd, unsigned long request, ...)) {
     std::va_list args;
@@ -217,7 +205,7 @@ WRAPPED(int, ioctl, TIME64("ioctl", "__ioctl_time64"), (int fd, unsigned long re
     return Fails("ioctl") ? -1 : Real_ioctl(fd, request, argument);
 }
 
-Device::Device() {
+Device::Device() : descriptors_(CountDescriptors()) {
     // In memory where there is such a place: no card or disk is worn by tests, or slows them.
     dir_ = access("/dev/shm", W_OK | X_OK) == 0 ? "/dev/shm" : "/tmp";
     dir_ += "/mavkit-device-XXXXXX";
@@ -233,18 +221,15 @@ Device::Device() {
 Device::~Device() {
     device = nullptr;
     held = false;
-    std::memset(faults, 0, sizeof faults);
-    ForgetCalls();
+    for (Call& call : table)
+        call = {call.name};
     std::filesystem::remove_all(dir_);
+    EXPECT_EQ(descriptors_, CountDescriptors()) << "descriptors leak";
 }
-
-std::string Device::Path(const std::string& path) const { return dir_ + path; }
 
 std::string Device::Read(const std::string& path) const {
     std::ifstream file(Path(path), std::ios::binary);
-    std::ostringstream content;
-    content << file.rdbuf();
-    return content.str();
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 void Device::Write(const std::string& path, const std::string& content) const {
@@ -255,20 +240,26 @@ bool Device::Exists(const std::string& path) const { return std::filesystem::exi
 
 void Device::Remove(const std::string& path) const { std::filesystem::remove_all(Path(path)); }
 
-void Device::HoldClock(std::time_t now) {
-    held = true;
-    heldTime = now;
-}
+void Device::HoldClock(std::time_t now) { held = true, heldTime = now; }
 
 void Device::Fail(const char* name, int error, int times, int skip) {
-    faults[IndexOf(name)] = Fault{error, times, skip};
+    Call& call = Find(name);
+    call = {call.name, call.calls, error, times, skip};
 }
 
-int Device::Calls(const char* name) { return calls[IndexOf(name)]; }
+int Device::Calls(const char* name) { return Find(name).calls; }
 
-std::vector<const char*> Device::Names() { return {kNames, kNames + kCount}; }
+std::map<std::string, int> Device::Calls() {
+    std::map<std::string, int> calls;
+    for (const Call& call : table)
+        calls[call.name] = call.calls;
+    return calls;
+}
 
-void Device::ForgetCalls() { std::memset(calls, 0, sizeof calls); }
+void Device::ForgetCalls() {
+    for (Call& call : table)
+        call.calls = 0;
+}
 
 int Device::LowestFreeDescriptor() {
     const int fd = dup(0);
@@ -276,10 +267,7 @@ int Device::LowestFreeDescriptor() {
     return fd;
 }
 
-StdoutCapture::StdoutCapture() : saved_(dup(1)) {
-    char name[] = "/tmp/mavkit-stdout-XXXXXX";
-    file_ = mkstemp(name);
-    unlink(name);
+StdoutCapture::StdoutCapture() : saved_(dup(1)), file_(memfd_create("stdout", 0)) {
     std::fflush(stdout);
     dup2(file_, 1);
 }
@@ -288,30 +276,54 @@ StdoutCapture::~StdoutCapture() {
     const std::string rest = Take();
     dup2(saved_, 1);
     if (testing::Test::HasFailure())
-        std::fputs(rest.c_str(), stdout); // what GoogleTest told was taken as well
+        std::fputs(rest.c_str(), stdout);
     close(saved_);
     close(file_);
 }
 
 std::string StdoutCapture::Take() {
     std::fflush(stdout);
-    std::string text;
-    char block[4096];
-    lseek(file_, 0, SEEK_SET);
-    for (ssize_t n; (n = read(file_, block, sizeof block)) > 0;)
-        text.append(block, static_cast<std::size_t>(n));
-    if (ftruncate(file_, 0) != 0)
+    std::string text(static_cast<size_t>(Real_lseek(file_, 0, SEEK_END)), '\0');
+    if (pread(file_, &text[0], text.size(), 0) == -1 || ftruncate(file_, 0) != 0)
         std::abort();
-    lseek(file_, 0, SEEK_SET);
+    Real_lseek(file_, 0, SEEK_SET);
     return text;
 }
 
-Zone::Zone(const char* zone) {
-    setenv("TZ", zone, 1);
-    tzset();
+Terminal::Terminal(_EXPORT_WAY traceWay) {
+    Device::HoldClock(kNow);
+    setting.prefixOn = 0;
+    setting.traceWay = static_cast<unsigned char>(traceWay);
+    MavTrace::Setting = &setting;
 }
 
-Zone::~Zone() {
-    unsetenv("TZ");
-    tzset();
+Terminal::~Terminal() { MavTrace::Setting = nullptr; }
+
+Limit::Limit(decltype(RLIMIT_FSIZE) resource, rlim_t most) : resource_(resource) {
+    std::signal(SIGXFSZ, SIG_IGN);
+    getrlimit(resource, &before_);
+    const rlimit limit{most, before_.rlim_max};
+    setrlimit(resource, &limit);
+}
+
+TakenUpTo::TakenUpTo(int next) {
+    while (Device::LowestFreeDescriptor() < next)
+        taken_.push_back(dup(0));
+}
+
+TakenUpTo::~TakenUpTo() { std::for_each(taken_.begin(), taken_.end(), close); }
+
+pid_t Start(const std::function<bool()>& work) {
+    std::fflush(stdout);
+    const pid_t child = fork();
+    if (child != 0)
+        return child;
+    const bool well = work() && !testing::Test::HasFailure();
+    std::fflush(stdout);
+    _exit(well ? 0 : 1);
+}
+
+bool Succeeded(pid_t child) {
+    int status = -1;
+    return waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
