@@ -1,17 +1,17 @@
+// Regions: what they find, make and tell. What becomes of one when a call fails is in
+// faults/outcomes.txt.
 #include "mavkit/ipc/ShareMem.h"
-
 #include "device/Device.h"
-#include "mavkit/diag/MavTrace.h"
 
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <cstring>
 #include <fstream>
-#include <gtest/gtest.h>
+#include <iterator>
 #include <regex>
 #include <sstream>
 #include <sys/mman.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -26,7 +26,7 @@ bool Validate(std::FILE* file, void* context) {
 
 bool Fill(std::FILE* file, void* context) {
     *static_cast<std::string*>(context) += 'i';
-    const std::string content(2 * kPage, 'n');
+    const std::string content(std::size_t{2} * kPage, 'n');
     return std::fwrite(content.data(), 1, content.size(), file) == content.size() &&
            std::fflush(file) == 0;
 }
@@ -35,109 +35,84 @@ bool Refuse(std::FILE*, void*) { return false; }
 
 bool Throw(std::FILE*, void*) { throw 1; }
 
-class ShareMemTest : public testing::Test {
+class ShareMemTest : public TerminalTest {
 protected:
-    ShareMemTest() {
-        setting_.prefixOn = 0;
-        MavTrace::Setting = &setting_;
-        Device::HoldClock(0);
-    }
-    ~ShareMemTest() override {
-        MavTrace::Setting = nullptr;
-        EXPECT_EQ(free_, Device::LowestFreeDescriptor());
-    }
-
     // What was told since the last call: on standard output, with # for a line number, and then,
     // each line after a "!", in the general log.
     std::string Told() {
-        std::string text = std::regex_replace(out_.Take(), std::regex("line=[0-9]+"), "line=#");
-        text += std::regex_replace(device.GeneralLog(), std::regex("01-01 00:00:00\t"), "!");
+        std::string text = std::regex_replace(out.Take(), std::regex("line=[0-9]+"), "line=#");
+        text += std::regex_replace(device.GeneralLog(), std::regex("03-05 06:07:08\t"), "!");
         device.Remove(Device::kGeneralLog);
         return text;
     }
 
     // Whether this process maps the region's file.
     bool IsMapped() const {
-        std::ostringstream maps;
-        maps << std::ifstream("/proc/self/maps").rdbuf();
-        return maps.str().find(path) != std::string::npos;
+        std::ifstream file("/proc/self/maps");
+        const std::string maps{std::istreambuf_iterator<char>(file), {}};
+        return maps.find(device.Path(path)) != std::string::npos;
     }
 
-    Device device;
-    const std::string path = device.Path("/mnt/sdcard/region");
+    bool Init(unsigned int size) {
+        region.Init(path.c_str(), size, Fill, Validate, &calls);
+        return region.base != nullptr;
+    }
+
+    const std::string path = "/mnt/region";
     std::string calls;
     ShareMem region;
-
-private:
-    Zone zone_{"UTC0"};
-    TraceSetting setting_;
-    StdoutCapture out_;
-    const int free_ = Device::LowestFreeDescriptor();
 };
 
 TEST_F(ShareMemTest, InitTellsEveryOutcome) {
-    const std::string create = "ShareMem: Will create new file @ for sharemem\n",
-                      invalid = "ShareMem: ShareMem File @ is not valid\n",
-                      unfilled = "ShareMem: Init sharemem file @ failed\n",
-                      noFile = "!ShareMem: Share file @ not exist or create failed\n",
-                      report = "***********Assert failed.file=ShareMem,line=#,exp=";
+    const std::string create = "ShareMem: Will create new file /mnt/region for sharemem\n",
+                      invalid = "ShareMem: ShareMem File /mnt/region is not valid\n",
+                      failed = "ShareMem: Init sharemem file /mnt/region failed\n"
+                               "!ShareMem: Share file /mnt/region not exist or create failed\n";
     const struct {
         const char* before; // content of the file; null: there is none
         bool (*initialiser)(std::FILE*, void*);
         bool (*validator)(std::FILE*, void*);
-        const char* fault; // the call that fails
-        int skip;
+        bool opens; // else the first attempt to open the file fails
         std::string told;
         const char* calls; // v: validator, i: initialiser, m: mapped
         const char* after; // how the file begins
     } cases[] = {
-        {"good", Fill, Validate, nullptr, 0, "", "vm", "good"},
-        {"bad", Fill, Validate, nullptr, 0, invalid + create, "vim", "nnnn"},
-        {nullptr, Fill, Validate, nullptr, 0, create, "im", "nnnn"},
-        {"good", Fill, Validate, "fopen", 0, create, "im", "nnnn"},
-        {"good", Fill, nullptr, nullptr, 0, unfilled + noFile, "i", "good"}, // open for reading
-        {"good", nullptr, nullptr, nullptr, 0, "", "m", "good"},
-        {nullptr, nullptr, nullptr, nullptr, 0, create, "m", ""},
-        {nullptr, Refuse, Validate, nullptr, 0, create + unfilled + noFile, "", ""},
-        {nullptr, Fill, Validate, "fopen", 1, create + report + "fp!=NULL\n" + noFile, "", ""},
-        {"good", Fill, Validate, "open", 0,
-         report + "false\n!ShareMem: open file error Too many open files,file name is @\n", "v",
-         "good"},
-        {"good", Fill, Validate, "mmap", 0,
-         "!ShareMem: ShareMem shmat error Too many open files 24\n", "v", "good"},
-        {"good", Fill, Validate, "strdup", 0,
-         "ShareMem: Will create new file  for sharemem\n" + report +
-             "fp!=NULL\n!ShareMem: Share file  not exist or create failed\n",
-         "", "good"},
+        {"good", Fill, Validate, true, "", "vm", "good"},
+        {"bad", Fill, Validate, true, invalid + create, "vim", "nnnn"},
+        {nullptr, Fill, Validate, true, create, "im", "nnnn"},
+        {"good", Fill, Validate, false, create, "im", "nnnn"},
+        {"good", Fill, nullptr, true, failed, "i", "good"}, // it is open for reading
+        {"good", nullptr, nullptr, true, "", "m", "good"},
+        {nullptr, nullptr, nullptr, true, create, "m", ""},
+        {nullptr, Refuse, Validate, true, create + failed, "", ""},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.told);
-        device.Remove("/mnt/sdcard/region");
+        device.Remove(path);
         if (c.before != nullptr)
-            device.Write("/mnt/sdcard/region", c.before);
-        if (c.fault != nullptr)
-            Device::Fail(c.fault, EMFILE, 1, c.skip);
+            device.Write(path, c.before);
+        Device::Fail("fopen", EMFILE, c.opens ? 0 : 1);
         calls.clear();
         ShareMem fresh;
         fresh.Init(path.c_str(), kPage, c.initialiser, c.validator, &calls);
         EXPECT_EQ(c.calls, calls + (fresh.base != nullptr ? "m" : ""));
-        EXPECT_EQ(std::regex_replace(c.told, std::regex("@"), path), Told());
+        EXPECT_EQ(c.told, Told());
         EXPECT_TRUE(fresh.initialised && fresh.size == kPage);
-        EXPECT_EQ(c.after, device.Read("/mnt/sdcard/region").substr(0, 4));
+        EXPECT_EQ(c.after, device.Read(path).substr(0, 4));
         if (fresh.base != nullptr && *c.after != '\0') {
             EXPECT_EQ(0, std::memcmp(fresh.base, c.after, 4));
         }
     }
-    region.Init(path.c_str(), 0, nullptr, nullptr, nullptr);
-    EXPECT_EQ("!ShareMem: ShareMem shmat error Invalid argument 22\n", Told());
+    EXPECT_FALSE(Init(0));
+    EXPECT_EQ("!ShareMem: ShareMem shmat error Invalid argument 22\n",
+              std::regex_replace(Told(), std::regex(invalid + "|" + create), ""));
     region.Init(nullptr, kPage, Fill, Validate, &calls);
     EXPECT_EQ(nullptr, region.base);
 }
 
 TEST_F(ShareMemTest, InitAgainKeepsTheObjectWhole) {
     Device::Fail("mmap", EAGAIN);
-    region.Init(path.c_str(), kPage, Fill, Validate, &calls);
-    ASSERT_EQ(nullptr, region.base);
+    ASSERT_FALSE(Init(kPage));
     ASSERT_TRUE(region.Init(Fill, Validate, &calls)); // with the path and size that it has
     unsigned char* const first = region.base;
     Device::Fail("open", EMFILE);
@@ -155,7 +130,7 @@ TEST_F(ShareMemTest, InitAgainKeepsTheObjectWhole) {
     EXPECT_EQ(first[0], second[0]);
     EXPECT_EQ(0, munmap(first, kPage) | munmap(second, kPage));
     EXPECT_FALSE(IsMapped());
-    region.Init(path.c_str(), 0, Fill, Validate, &calls);
+    EXPECT_FALSE(Init(0));
     region.Init(region.path, 2 * kPage, nullptr, nullptr, nullptr); // its own text
     EXPECT_EQ(path, region.path);
 
@@ -169,20 +144,18 @@ TEST_F(ShareMemTest, InitAgainKeepsTheObjectWhole) {
 }
 
 TEST_F(ShareMemTest, ProcessesShareTheRegion) {
-    region.Init(path.c_str(), 2 * kPage, Fill, nullptr, &calls);
-    ASSERT_NE(nullptr, region.base);
+    ASSERT_TRUE(Init(2 * kPage));
     region.base[0] = 'g';
-    const pid_t child = fork();
-    if (child == 0) { // knows the file by its name, and dies without a Save
+    // The other one knows the file by its name, and dies without a Save.
+    EXPECT_FALSE(Succeeded(Start([this] {
         ShareMem other;
         other.Init(path.c_str(), 2 * kPage, Fill, Validate, &calls);
         if (other.base != nullptr && other.base != region.base && other.base[0] == 'g')
             other.base[kPage] = 'c';
-        raise(SIGKILL);
-    }
-    ASSERT_EQ(child, waitpid(child, nullptr, 0));
+        return raise(SIGKILL) == 0;
+    })));
     EXPECT_EQ('c', region.base[kPage]);
-    EXPECT_EQ('c', device.Read("/mnt/sdcard/region")[kPage]); // what a later start finds
+    EXPECT_EQ('c', device.Read(path)[kPage]); // what a later start finds
 }
 
 TEST_F(ShareMemTest, SaveFlushesPagesAndTellsFailures) {
@@ -192,31 +165,31 @@ TEST_F(ShareMemTest, SaveFlushesPagesAndTellsFailures) {
     const bool emulated = msync(gone, kPage, MS_ASYNC) == 0;
     region.size = kPage;
     EXPECT_TRUE(!region.Save(false, false) || emulated); // nothing is mapped
-    region.Init(path.c_str(), 2 * kPage, Fill, nullptr, &calls);
-    ASSERT_NE(nullptr, region.base);
+    ASSERT_TRUE(Init(2 * kPage));
 
     device.msyncFlags.clear();
     for (int i = 0; i < 4; ++i)
         EXPECT_TRUE(region.Save((i & 2) != 0, (i & 1) != 0));
-    EXPECT_EQ((std::vector<int>{MS_SYNC | MS_INVALIDATE, MS_ASYNC | MS_INVALIDATE, MS_INVALIDATE,
-                                MS_INVALIDATE}),
-              device.msyncFlags);
+    const std::vector<int> flags{MS_SYNC | MS_INVALIDATE, MS_ASYNC | MS_INVALIDATE, MS_INVALIDATE,
+                                 MS_INVALIDATE};
+    EXPECT_EQ(flags, device.msyncFlags);
     // From the middle of the last page: no valid start itself, and nothing mapped to round up to.
     EXPECT_TRUE(region.Save(region.base + kPage + 5, kPage - 5, false, true));
     // Far beyond the mapping, and in 32 bits a length that wraps.
     EXPECT_TRUE(!region.Save(region.base + 1, 0xFFFFFFFFU, false, false) || emulated);
     Told();
 
-    char ipData[32];
-    std::snprintf(ipData, sizeof ipData, "%p", static_cast<void*>(region.base + 7));
+    const std::string report =
+        "***********Assert failed.file=ShareMem,line=#,exp=false\n!ShareMem: ";
+    const auto at = reinterpret_cast<std::uintptr_t>(region.base + 7);
+    std::ostringstream told;
+    told << report << "msync error Input/output error,ipData=0x" << std::hex << at << ",iiLen=-1\n";
     Device::Fail("msync", EIO);
     EXPECT_FALSE(region.Save(region.base + 7, 0xFFFFFFFFU, true, false));
-    const std::string report = "***********Assert failed.file=ShareMem,line=#,exp=false\n!";
-    EXPECT_EQ(report + "ShareMem: msync error Input/output error,ipData=" + ipData + ",iiLen=-1\n",
-              Told());
+    EXPECT_EQ(told.str(), Told());
     device.msyncFlags.clear();
     EXPECT_FALSE(region.Save(region.base - 1, 1, false, false));
-    EXPECT_EQ(report + "ShareMem: Save to sharefile " + path + " para ipData error\n", Told());
+    EXPECT_EQ(report + "Save to sharefile /mnt/region para ipData error\n", Told());
     EXPECT_TRUE(device.msyncFlags.empty());
 }
 
