@@ -25,11 +25,9 @@ fuzz::Bytes Pack(double value, int integers, int decimals) {
 
 } // namespace
 
-FUZZ_TARGET(BcdNumbers) {
-    const unsigned char integers = in.Byte();
-    const unsigned char decimals = in.Byte();
-    const unsigned char toIntegers = in.Byte();
-    const unsigned char toDecimals = in.Byte();
+void BcdNumbers(fuzz::Input in) {
+    const unsigned char integers = in.Byte(), decimals = in.Byte();
+    const unsigned char toIntegers = in.Byte(), toDecimals = in.Byte();
     const int exponent = static_cast<int>(in.Number());
     fuzz::Bytes raw = in.Take(sizeof(double));
     raw.resize(sizeof(double));
@@ -58,8 +56,7 @@ FUZZ_TARGET(BcdNumbers) {
     fuzz::Bytes out((toIntegers + toDecimals + 1U) / 2, 0xEE);
     const fuzz::Bytes untouched = out;
     fuzz::Bytes wanted = out;
-    unsigned char i = toIntegers;
-    unsigned char d = toDecimals;
+    unsigned char i = toIntegers, d = toDecimals;
     const bool refused = std::max({integers, decimals, i, d}) > 16;
     if (!refused)
         DoubleToBCD(read, i, d, wanted.data());

@@ -14,7 +14,7 @@ long long TrimmedWall(const fuzz::Zone& zone, int unit, long long t) {
 
 } // namespace
 
-FUZZ_TARGET(Calendar) {
+void Calendar(fuzz::Input in) {
     const fuzz::Zone zone(in);
     const unsigned char unit = in.Byte() % 9;
     const long t = static_cast<long>(in.Number());

@@ -59,14 +59,12 @@ inline long long Moved(long long wall, int unit, long long n) {
 class Zone {
 public:
     explicit Zone(Input& in) : index_(in.Byte() % 8) {
-        static const char* const kZones[] = {"UTC0",
-                                             "CST-8",
-                                             "IST-5:30",
-                                             "<-12>12",
-                                             "CET-1CEST,M3.5.0,M10.5.0/3",
-                                             "EST5EDT,M3.2.0,M11.1.0",
-                                             "<-03>3<-02>,M10.3.0/0,M2.3.0/0",
-                                             "<+1030>-10:30<+11>-11,M10.1.0,M4.1.0"};
+        // clang-format off
+        static const char* const kZones[] = {
+            "UTC0", "CST-8", "IST-5:30", "<-12>12", "CET-1CEST,M3.5.0,M10.5.0/3",
+            "EST5EDT,M3.2.0,M11.1.0", "<-03>3<-02>,M10.3.0/0,M2.3.0/0",
+            "<+1030>-10:30<+11>-11,M10.1.0,M4.1.0"};
+        // clang-format on
         setenv("TZ", kZones[index_], 1);
         tzset();
     }

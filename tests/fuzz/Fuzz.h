@@ -1,7 +1,7 @@
 /// \file
-/// What the fuzz targets share. A target is one file, `FUZZ_TARGET(Name) { ... }` in Name.cpp, with its
-/// corpus in corpus/Name. It is built twice: as a libFuzzer program of its own, which searches, and
-/// into fuzz_test, which replays the corpus with the ordinary suite.
+/// What the fuzz targets share. A target is a function, `void Name(fuzz::Input in)`, with its corpus in
+/// corpus/Name. It is built twice: as a libFuzzer program of its own, which searches, and into
+/// fuzz_test, which replays the corpus with the ordinary suite.
 #ifndef MAVKIT_TESTS_FUZZ_FUZZ_H
 #define MAVKIT_TESTS_FUZZ_FUZZ_H
 
@@ -10,17 +10,6 @@
 #include <cstdlib>
 #include <string>
 #include <vector>
-
-#ifdef MAVKIT_FUZZ
-#define FUZZ_TARGET(name)                                                                          \
-    extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size) {                \
-        void name(fuzz::Input);                                                                    \
-        return name({data, size}), 0;                                                              \
-    }                                                                                              \
-    void name(fuzz::Input in)
-#else
-#define FUZZ_TARGET(name) void name(fuzz::Input in)
-#endif
 
 /// Aborts, with the expression, when a property does not hold.
 #define CHECK(condition)                                                                           \
@@ -71,5 +60,12 @@ struct Input {
 };
 
 } // namespace fuzz
+
+#ifdef MAVKIT_FUZZ // the target that this program searches
+void MAVKIT_FUZZ(fuzz::Input in);
+extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size) {
+    return MAVKIT_FUZZ({data, size}), 0;
+}
+#endif
 
 #endif

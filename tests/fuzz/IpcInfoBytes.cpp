@@ -2,10 +2,10 @@
 #include "Fuzz.h"
 #include "mavkit/ipc/IpcInfo.h"
 
-FUZZ_TARGET(IpcInfoBytes) {
+void IpcInfoBytes(fuzz::Input in) {
     fuzz::Bytes bytes = in.Take(in.left);
     const unsigned int size = static_cast<unsigned int>(bytes.size());
-    unsigned int slots[8] = {};
+    unsigned int slots[8] = {}, at = 0;
     for (size_t i = 0; size >= 32 && i < 32; ++i)
         slots[i / 4] |= static_cast<unsigned int>(bytes[i]) << i % 4 * 8;
     const unsigned long long total = 32ULL + slots[5] + slots[6] + slots[7];
@@ -13,9 +13,8 @@ FUZZ_TARGET(IpcInfoBytes) {
     IpcInfo used;
     used.bytes2 = ByteString(3, 'u');
     CHECK(used.Deserialize(bytes.data(), size) == (size >= total ? total + 3 : 0));
-    const int numbers[] = {used.first, used.second, used.type, used.createTime};
-    for (size_t i = 0; i < 4; ++i)
-        CHECK(numbers[i] == static_cast<int>(slots[i]));
+    for (const int number : {used.first, used.second, used.type, used.createTime})
+        CHECK(number == static_cast<int>(slots[at++]));
     CHECK(used.lifetime == slots[4] && used.bytes2.compare(0, 3, ByteString(3, 'u')) == 0);
     CHECK(size >= total || used.bytes1.size() + used.bytes2.size() + used.bytes3.size() == 3);
     if (size < total)
@@ -32,8 +31,8 @@ FUZZ_TARGET(IpcInfoBytes) {
     fuzz::Bytes written(room, 0xEE);
     CHECK(fresh.Serialize(written.data(), room - 1) == 0 && written == fuzz::Bytes(room, 0xEE));
     CHECK(fresh.Serialize(written.data(), room) == total);
-    auto at = bytes.begin() + 32;
-    for (int i = 5; i < 8; at += slots[i++])
-        std::fill(std::find(at, at + slots[i], 0), at + slots[i], 0);
+    auto text = bytes.begin() + 32;
+    for (int i = 5; i < 8; text += slots[i++])
+        std::fill(std::find(text, text + slots[i], 0), text + slots[i], 0);
     CHECK(std::equal(written.begin(), written.end(), bytes.begin()));
 }

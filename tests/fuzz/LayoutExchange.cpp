@@ -1,39 +1,15 @@
 // Any bytes from any layout to any other, against layouts spelled as words of letters.
+#include "../time/LayoutFields.h"
 #include "Civil.h"
 #include "mavkit/time/TimeLayout.h"
 
 #include <map>
 
-namespace {
-
-// The fields of a layout in order, one letter each; w is the weekday. Empty for an invalid code.
-std::string Fields(unsigned char code) {
-    const int start = code & 7;
-    const int end = code >> 4 & 7;
-    if (start == 0 || end == 0)
-        return "";
-    const int low = std::min(start, end);
-    std::string word = std::string("smhDMYC").substr(
-        static_cast<size_t>(low - 1), static_cast<size_t>(std::abs(start - end)) + 1);
-    if (code >= 0x80) {
-        const size_t hour = word.find('h');
-        const size_t place = hour != std::string::npos ? hour + 1 : word.find('D');
-        if (place == std::string::npos)
-            return "";
-        word.insert(place, "w");
-    }
-    if (end < start)
-        std::reverse(word.begin(), word.end());
-    return word;
-}
-
-} // namespace
-
-FUZZ_TARGET(LayoutExchange) {
+void LayoutExchange(fuzz::Input in) {
     const unsigned char from = in.Byte();
     const unsigned char to = in.Byte();
-    const std::string source = Fields(from);
-    const std::string target = Fields(to);
+    const std::string source = LayoutFields(from);
+    const std::string target = LayoutFields(to);
     const bool valid = !source.empty() && !target.empty();
     fuzz::Bytes bytes = in.Take(source.size());
     bytes.resize(source.size());

@@ -27,8 +27,8 @@ long long Point(const fuzz::Zone& zone, long long t, long long base, int unit, l
         const auto sure = [&](long long x) { return zone.Only(x + wall - t) == x; };
         const bool near = zone.Fixed() || n * length < 30 * fuzz::kDay;
         const bool whole = (wall - t) % length == 0 && (baseWall - base) % length == 0;
-        return near && whole && t > length && sure(up + length) && sure(up - n * length) ? point
-                                                                                         : 0;
+        const bool known = near && whole && t > length;
+        return known && sure(up + length) && sure(up - n * length) ? point : 0;
     }
     const fuzz::Civil at(wall);
     const fuzz::Civil from(baseWall);
@@ -50,7 +50,7 @@ long long Point(const fuzz::Zone& zone, long long t, long long base, int unit, l
 
 } // namespace
 
-FUZZ_TARGET(Period) {
+void Period(fuzz::Input in) {
     const fuzz::Zone zone(in);
     const unsigned char unit = in.Byte() % 8;
     const long t = static_cast<long>(in.Number());

@@ -35,13 +35,12 @@ bool Same(long a, long b, unsigned char unit, unsigned long n) {
 
 // clang-format off
 const struct { unsigned char unit, n; const char* base; int back, forth; } kGrids[] = {
-    {Second, 7, "03-30 20:00:03", 50, 50},   {Second, 90, kOrigin, 50, 100},
+    {Second, 7, "03-30 20:00:03", 50, 50},  {Second, 90, kOrigin, 50, 100},
     {Minute, 15, "11-02 12:00:30", 60, 120}, {Minute, 90, kOrigin, 50, 100},
-    {Hour, 1, "03-30 00:20:10", 60, 60},     {Hour, 5, "10-01 07:59:59", 60, 180},
-    {Hour, 36, kOrigin, 30, 220},            {Day, 1, "02-28 08:00", 120, 260},
-    {Day, 3, "2023-12-31 23:59:59", 60, 120}, {Day, 30, kOrigin, 15, 150},
-    {Month, 1, "01-01", 40, 40}, {Month, 3, "02-28 12:30:15", 20, 20}, {Month, 18, kOrigin, 15, 20},
-    {Year, 1, "2000-12-31 23:00", 20, 30}, {Year, 4, "03-01 06:00", 5, 3}};
+    {Hour, 5, "10-01 07:59:59", 60, 180},   {Hour, 36, kOrigin, 30, 220},
+    {Day, 1, "02-28 08:00", 120, 260},      {Day, 30, kOrigin, 15, 150},
+    {Month, 3, "02-28 12:30:15", 20, 20},   {Month, 18, kOrigin, 15, 20},
+    {Year, 1, "2000-12-31 23:00", 20, 30},  {Year, 4, "03-01 06:00", 5, 3}};
 
 // Where the points are not those that a calendar would have the rule decides.
 const struct {
@@ -52,7 +51,6 @@ const struct {
     {kUtc, "01-31", Month, 1, "02-10", "03-02", "02-02"},
     // A month on from March 31 there is no such day: what follows is a month off the grid.
     {kUtc, "01-01", Month, 3, "03-31", "05-01", "02-01"},
-    {kUtc, "02-29", Year, 1, "2025-02-01", "2025-03-01", "03-01"},
     // Half past two is skipped on March 31 and comes an hour later.
     {kBerlin, "01-01 02:30", Day, 1, "03-31", "03-31 03:30", "03-30 03:30"},
     // Hours are counted from half past there, so that a step of two can lead past a point.
@@ -60,7 +58,6 @@ const struct {
     // A code above 6 counts years and one of 0 seconds of days, but neither moves.
     {kUtc, "2020-06-01", 7, 1, "03-05", "06-01", "06-01"},
     {kUtc, "2020-06-01 12", 0, 7, "03-05 10", "03-05 10", "03-05 10"},
-    {kBerlin, "2000-01-01 08", Day, 1, "03-05 07:59", "03-05 08", "03-04 08", Hour, 8},
     {kBerlin, "2000-01-01 08", Day, 1, "03-31 01", "03-31 08", "03-30 08", Hour, 8},
     {kBerlin, "2000-01-01 00:30", Hour, 2, "12-05 11:15", "12-05 12:30", "12-05 10:30", Minute, 30},
     {kBerlin, "2000-01-15", Month, 1, "02-16", "03-15", "02-15", Day, 14},
@@ -69,17 +66,13 @@ const struct {
 const struct { unsigned char unit; unsigned short n; const char *a, *b; bool same; } kPairs[] = {
     {Minute, 15, "2024-03-05 10:14:59", "2024-03-05 10:00", true},
     {Minute, 15, "2024-03-05 10:14:59", "2024-03-05 10:15", false},
-    {Second, 60, "2024-03-05 10:00:59", "2024-03-05 10:00", true},
     {Hour, 24, "2024-03-05 23", "2024-03-05", true}, // days and months count from 1
     {Day, 28, "2024-03-28", "2024-03-01", false},    {Month, 3, "2024-03-10", "2024-05-31", true},
-    {Month, 12, "2024-11-30", "2024-12-01", false},  {Year, 255, "2000-01-01", "2099-12-31", true},
-    {Year, 255, "1999-12-31", "2000-01-01", false}, // another century
+    {Year, 255, "2000-01-01", "2099-12-31", true},   {Year, 255, "1999-12-31", "2000-01-01", false},
     // Larger steps are tested on the grid from the origin.
     {Second, 61, "2000-01-01 00:00:59", "2000-01-01 00:01", true},
-    {Minute, 61, "2000-01-01 00:59", "2000-01-01 01", true},
-    {Hour, 25, "2000-01-01 23", "2000-01-02", true}, {Day, 29, "2000-01-29", "2000-01-01", true},
-    {Month, 13, "2000-12-01", "2001-01-31", true},   {Year, 256, "2001-01-01", "2037-12-31", true},
-    {Day, 30, "1970-01-02", "1970-01-01", false},    {Day, 30, "1970-01-01", "1970-01-02", false},
+    {Day, 29, "2000-01-29", "2000-01-01", true}, {Year, 256, "2001-01-01", "2037-12-31", true},
+    {Day, 30, "1970-01-02", "1970-01-01", false}, {Day, 30, "1970-01-01", "1970-01-02", false},
     // The first byte 0xFF marks an unset time.
     {Minute, 15, "FF24-03-05", "1999-03-05", true},  {9, 15, "FF24-03-05", "1999-03-05", true},
     {Minute, 15, "2024-03-05", "FF24-03-05", false}, {Hour, 9, "FF24-03-05", "FF24-03-05 08", true},
@@ -145,7 +138,6 @@ TEST(Period, SamePeriodByFieldsAndByGrid) {
 }
 
 TEST(Period, ExtremesGiveNoTimeAndNeverWrap) {
-    Device device;
     const Zone zone(kUtc);
     const long t = At("03-05 06:07:08");
     const long base = At(kOrigin);
@@ -163,43 +155,6 @@ TEST(Period, ExtremesGiveNoTimeAndNeverWrap) {
             // Without an origin that far the base is -1, the last second before 1970.
             EXPECT_EQ(gettimerpoint(t, unit, 1, Year, ULONG_MAX, down), bound(t, -1, unit, 1));
         }
-    }
-    for (int done = 0; done < 3; ++done) { // each of the conversions can fail
-        Device::Fail("mktime", EOVERFLOW, 1, done);
-        EXPECT_EQ(downboundtime(t, base, Month, 7), -1) << done;
-        Device::Fail("localtime", EOVERFLOW, 1, done % 2);
-        EXPECT_EQ(upboundtime(t, base, Minute, 7), -1) << done;
-    }
-}
-
-// Conversions are what these operations cost; none is made that the result does not hang on.
-TEST(Period, NoConversionTwice) {
-    Device device;
-    const Zone zone(kBerlin);
-    static const long t = At("03-05 10:07:23"); // between the points
-    static const long o = At(kOrigin);          // a point
-    static std::string a = Bytes(Text(t));
-    static std::string b = Bytes(Text(o));
-    // clang-format off
-#define COST(call, broken, made) {#call, [] { call; }, broken, made}
-    static const struct { const char* name; void (*call)(); int broken, made; } kCosts[] = {
-        COST(Time_tTimeToBCDTime7(t, a.data()), 1, 0),  COST(dateadd(Day, 1, t), 1, 1),
-        COST(datetrim(Hour, t), 0, 0),                  COST(datetrim(Month, t), 1, 1),
-        COST(datediff(Hour, o, t), 0, 0),               COST(datediff(Day, o, t), 2, 0),
-        COST(datediff(Month, o, t), 2, 0), COST(bcddatediff(Day, b.data(), a.data()), 0, 2),
-        COST(upboundtime(t, o, Minute, 15), 2, 2),      COST(upboundtime(t, o, Day, 1), 2, 2),
-        COST(upboundtime(t, o, Second, 90), 1, 2),      COST(upboundtime(o, o, Day, 1), 2, 1),
-        COST(downboundtime(t, o, Minute, 15), 2, 3),    COST(downboundtime(o, o, Day, 1), 2, 1),
-        COST(gettimerpoint(t, Minute, 15, Hour, 0, true), 1, 4),
-        COST(gettimerpoint(t, Minute, 15, Hour, 8, true), 1, 5),
-        COST(issameperiod(Unsigned(a), Unsigned(b), Hour, 24), 0, 0),
-        COST(issameperiod(Unsigned(a), Unsigned(b), Minute, 90), 0, 6)};
-    // clang-format on
-    for (const auto& c : kCosts) {
-        Device::ForgetCalls();
-        c.call();
-        EXPECT_EQ(Device::Calls("localtime"), c.broken) << c.name;
-        EXPECT_EQ(Device::Calls("mktime"), c.made) << c.name;
     }
 }
 

@@ -1,24 +1,8 @@
 #include "mavkit/time/TimeLayout.h"
+#include "time/LayoutFields.h"
 #include "time/TimeText.h"
 
 namespace {
-
-/// The fields of a layout, a letter each, by the rules of the code; empty for an invalid one.
-std::string Fields(int code) {
-    const int start = code % 8;
-    const int end = code / 16 % 8;
-    std::string run;
-    for (int f = std::min(start, end); f <= std::max(start, end); ++f)
-        run += "?smhDMYC"[f];
-    if (code >= 0x80) { // the weekday, between the hour and the day: one of them must be there
-        if (run.find_first_of("hD") == run.npos)
-            return "";
-        run.insert(run.find('h') + 1, 1, 'w'); // without the hour the day is the first
-    }
-    if (end < start)
-        std::reverse(run.begin(), run.end());
-    return start == 0 || end == 0 ? "" : run;
-}
 
 TEST(TimeLayout, EveryPairOfCodes) {
     Device device;
@@ -30,8 +14,8 @@ TEST(TimeLayout, EveryPairOfCodes) {
     for (int codes = 0; codes <= 0xFFFF; ++codes) {
         const auto fmtIn = static_cast<unsigned char>(codes >> 8);
         const auto fmtOut = static_cast<unsigned char>(codes);
-        const std::string in = Fields(fmtIn);
-        const std::string out = Fields(fmtOut);
+        const std::string in = LayoutFields(fmtIn);
+        const std::string out = LayoutFields(fmtOut);
         const bool valid = !in.empty() && !out.empty();
         std::string merged = now;
         std::string source;

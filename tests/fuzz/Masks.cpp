@@ -1,4 +1,4 @@
-// Lists of numbers and ranges: what they set and clear, and the text form read back.
+// Masks read from any bytes and from any lists, each told and written back.
 #include "Fuzz.h"
 #include "mavkit/encoding/BitMask.h"
 
@@ -7,8 +7,7 @@
 namespace {
 
 long long Value(const std::string& text) {
-    const long long far = 1LL << 40;
-    return std::clamp(std::strtoll(text.c_str(), nullptr, 10), -far, far);
+    return std::clamp(std::strtoll(text.c_str(), nullptr, 10), -(1LL << 40), 1LL << 40);
 }
 
 // Does to a row of '0' and '1' what ParseFrom does to a mask.
@@ -35,7 +34,8 @@ void Parse(const std::string& text, char mark, int base, std::string& bits) {
 
 } // namespace
 
-FUZZ_TARGET(BitMaskText) {
+// Lists of numbers and ranges: what they set and clear, and the text form read back.
+void BitMaskText(fuzz::Input in) {
     const int base = static_cast<int>(in.Number());
     const int printBase = static_cast<int>(in.Number());
     BitMask mask;
@@ -67,4 +67,36 @@ FUZZ_TARGET(BitMaskText) {
     copy.ParseFrom(text.c_str(), true, printBase);
     copy.ToString(text, printBase);
     CHECK(!readable || text == wanted);
+}
+
+// A mask read from any bytes: refused whole, or told bit by bit and written back.
+void BitMaskBytes(fuzz::Input in) {
+    fuzz::Bytes form = in.Take(in.left);
+    const unsigned int size = static_cast<unsigned int>(form.size());
+    unsigned long long told = 4;
+    for (size_t i = 0; i < 4 && size >= 4; ++i)
+        told += static_cast<unsigned long long>(form[i]) << 8 * i;
+
+    BitMask mask;
+    mask.Enable(3, 3);
+    const unsigned int read = mask.Deserialize(form.data(), size);
+    CHECK(read == (size >= 4 && told <= size ? told : 0));
+    form.resize(read);
+    if (read == 0)
+        form = {1, 0, 0, 0, 0x10};
+    const unsigned int whole = static_cast<unsigned int>(form.size());
+    fuzz::Bytes written(whole, 0xEE);
+    CHECK(mask.Serialize(written.data(), whole - 1) == 0 && written.back() == 0xEE);
+    CHECK(mask.Serialize(written.data(), whole) == whole && written == form);
+
+    BitMask trimmed;
+    trimmed.Enable(mask);
+    trimmed.Trim();
+    unsigned int count = 0;
+    for (unsigned int bit = 0; bit < (whole - 3) * 8; ++bit) {
+        const bool set = 4 + bit / 8 < whole && (form[4 + bit / 8] << bit % 8 & 0x80) != 0;
+        CHECK(mask.IsEnabled(bit) == set && trimmed.IsEnabled(bit) == set);
+        count += set ? 1 : 0;
+    }
+    CHECK(mask.EnableCount() == count);
 }
