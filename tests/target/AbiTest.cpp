@@ -47,7 +47,9 @@ TEST(Abi, RecordsReachTheEndsOfLong) {
         std::tm fields = {};
         EXPECT_EQ(Fit(c.t), Time_BCDTime7TotTime(record.data(), &out)) << c.text;
         EXPECT_EQ(Fit(c.t), Time_BCDTime7ToTm(record.data(), &fields)) << c.text;
-        EXPECT_STREQ(out != -1 ? c.text : "1969-12-31 23:59:59", timestr(&out));
+        if (out != -1) {
+            EXPECT_STREQ(c.text, timestr(&out));
+        }
     }
 }
 
