@@ -32,7 +32,7 @@ public:
     static int CreateFile(const char* path, long size, unsigned char fill);
 
     /// Copies the file \p source (which must be readable and writable) to \p destination, which is
-    /// removed first.
+    /// removed first. A read that fails ends the copy like the end of the file.
     /// \return 0; -1 for a null path, a file that cannot be opened, or a block that could not be
     ///         written whole, as on a full card
     static int CopyFile(char* source, char* destination);
