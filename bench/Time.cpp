@@ -108,8 +108,8 @@ void AddConversions() {
         });
     AddJob(
         "time_t to record", "a record",
-        [](std::size_t i) {
-            Record r;
+        [](std::size_t i) -> const Record& {
+            static Record r; // stays in memory, as a caller's does
             Time_tTimeToBCDTime7(times[i], r.data());
             return r;
         },

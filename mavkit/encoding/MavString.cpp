@@ -3,14 +3,17 @@
 #include "mavkit/sys/MavFile.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 
 namespace {
 
-// The value of every hex digit; 16 or more for the other characters.
+// Every character as the high and as the low digit of a byte; kNoDigit for the others, which no byte is.
+constexpr unsigned int kNoDigit = 0x100;
 struct HexDigits {
-    unsigned char value[256];
+    unsigned short high[256];
+    unsigned short low[256];
 };
 
 constexpr HexDigits MakeHexDigits() {
@@ -18,20 +21,44 @@ constexpr HexDigits MakeHexDigits() {
     for (unsigned int c = 0; c < 256; ++c) {
         const bool letter = (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
         const bool decimal = c >= '0' && c <= '9';
-        digits.value[c] = static_cast<unsigned char>(decimal  ? c - '0'
-                                                     : letter ? (c | 0x20) - 'a' + 10
-                                                              : 0xFF);
+        const unsigned int value = decimal ? c - '0' : (c | 0x20) - 'a' + 10;
+        digits.high[c] = static_cast<unsigned short>(decimal || letter ? value << 4 : kNoDigit);
+        digits.low[c] = static_cast<unsigned short>(decimal || letter ? value : kNoDigit);
     }
     return digits;
 }
 
 constexpr HexDigits kHexDigits = MakeHexDigits();
 
-// A field of a text that is being split.
-struct Field {
-    size_t start;
-    size_t length;
-};
+// How often one character stands in a text, a machine word at a time.
+size_t CountCharacter(const char* text, const char* end, char wanted) {
+    using Word = unsigned long;
+    constexpr Word kOnes = ~Word{0} / 0xFF; // 1 in every byte
+    const Word pattern = kOnes * static_cast<unsigned char>(wanted);
+    size_t count = 0;
+    while (static_cast<size_t>(end - text) >= sizeof(Word)) {
+        Word word;
+        memcpy(&word, text, sizeof word);
+        word ^= pattern;
+        // The top bit of each byte becomes 1 where the byte is 0; no sum carries into the next byte.
+        word = ~((((word & kOnes * 0x7F) + kOnes * 0x7F) | word) | kOnes * 0x7F);
+        count += (word >> 7) * kOnes >> (sizeof(Word) - 1) * CHAR_BIT;
+        text += sizeof word;
+    }
+    for (; text != end; ++text)
+        if (*text == wanted)
+            ++count;
+    return count;
+}
+
+// The next occurrence of a delimiter of `step` characters, or null.
+const char* FindDelimiter(const char* next, const char* end, const char* delimiter, size_t step) {
+    if (step == 0)
+        return nullptr;
+    if (step > 1)
+        return strstr(next, delimiter);
+    return static_cast<const char*>(memchr(next, *delimiter, static_cast<size_t>(end - next)));
+}
 
 // Closes the file whatever way the scope is left: growing a string may throw.
 struct OpenStream {
@@ -59,28 +86,38 @@ int strings::addfrom(const char* text, const char* delimiter, bool keepEmpty) {
     if (text == nullptr)
         return 0;
     const size_t step = delimiter == nullptr ? 0 : strlen(delimiter);
-    // Where the fields are is gathered first: the list then grows once, and nothing is searched twice.
-    std::vector<Field> fields;
-    for (const char* next = text; next != nullptr;) {
-        const char* end = nullptr;
-        if (step != 0)
-            end = step == 1 ? strchr(next, *delimiter) : strstr(next, delimiter);
-        const size_t length = end == nullptr ? strlen(next) : static_cast<size_t>(end - next);
-        if (length != 0 || keepEmpty || step == 0)
-            fields.push_back({static_cast<size_t>(next - text), length});
-        next = end == nullptr ? nullptr : end + step;
-    }
+    const char* end = text + strlen(text);
+    // The list grows once, and by no more than the fields that the text has room for: where empty ones
+    // are left out, each of the others has a character.
+    size_t fields = 1;
+    if (step == 1)
+        fields += CountCharacter(text, end, *delimiter);
+    else
+        for (const char* at = text; (at = FindDelimiter(at, end, delimiter, step)) != nullptr;
+             at += step)
+            ++fields;
+    if (!keepEmpty && step != 0)
+        fields = std::min(fields, static_cast<size_t>(end - text) - (fields - 1) * step);
     std::string ownText;
-    if (fields.size() > capacity() - size()) {
-        if (!empty()) {
-            text =
-                ownText.assign(text).c_str(); // growing moves the strings, one of which it may be
+    std::string ownDelimiter;
+    if (fields > capacity() - size()) {
+        if (!empty()) { // growing moves the strings, and either text may be one of them
+            text = ownText.assign(text, end).c_str();
+            end = text + ownText.size();
+            if (step != 0)
+                delimiter = ownDelimiter.assign(delimiter, step).c_str();
         }
-        reserve(std::max(size() + fields.size(), 2 * size()));
+        reserve(std::max(size() + fields, 2 * size()));
     }
-    for (const Field& field : fields)
-        emplace_back(text + field.start, field.length);
-    return static_cast<int>(fields.size());
+    const size_t old = size();
+    while (text != nullptr) {
+        const char* const cut = FindDelimiter(text, end, delimiter, step);
+        const char* const stop = cut == nullptr ? end : cut;
+        if (stop != text || keepEmpty || step == 0)
+            emplace_back(text, stop);
+        text = cut == nullptr ? nullptr : cut + step;
+    }
+    return static_cast<int>(size() - old);
 }
 
 int ParseHexStr(const char* text, ByteString& bytes) {
@@ -94,27 +131,18 @@ int ParseHexStr(const char* text, ByteString& bytes) {
     bytes.resize(old + (static_cast<size_t>(end - next) + 1) / 2);
     unsigned char* const first = &bytes[0] + old;
     unsigned char* out = first;
-    const auto value = [](unsigned char c) {
-        return static_cast<unsigned int>(kHexDigits.value[c]);
-    };
     while (next < end) {
-        // Two pairs at once, where the text is nothing but pairs: that costs one test for both.
-        while (end - next >= 4) {
-            const unsigned int a = value(next[0]);
-            const unsigned int b = value(next[1]);
-            const unsigned int c = value(next[2]);
-            const unsigned int d = value(next[3]);
-            if ((a | b | c | d) >= 16)
+        for (; end - next >= 2; next += 2) {
+            const unsigned int pair = kHexDigits.high[next[0]] | kHexDigits.low[next[1]];
+            if (pair >= kNoDigit)
                 break;
-            out[0] = static_cast<unsigned char>(a << 4 | b);
-            out[1] = static_cast<unsigned char>(c << 4 | d);
-            out += 2;
-            next += 4;
+            *out++ = static_cast<unsigned char>(pair);
         }
-        const unsigned int high = value(*next++);
-        if (high < 16) {
-            const unsigned int low = value(*next++);
-            *out++ = static_cast<unsigned char>(low < 16 ? high << 4 | low : high);
+        // No pair: a digit is a byte alone and takes the next character along, anything else is skipped.
+        const unsigned int alone = kHexDigits.low[*next++];
+        if (alone < kNoDigit) {
+            *out++ = static_cast<unsigned char>(alone);
+            ++next;
         }
     }
     bytes.resize(old + static_cast<size_t>(out - first));

@@ -57,11 +57,17 @@ time_t TimeOrNow(const long* t) { return t != nullptr ? static_cast<time_t>(*t) 
 namespace mavkit {
 
 void ToBcd7(const tm& f, char* out) {
-    unsigned int year = static_cast<unsigned int>(f.tm_year) + 1900;
-    if (year > 9999) // or below 0
-        year = static_cast<unsigned int>(f.tm_year % 10000 + 11900) % 10000;
-    out[0] = static_cast<char>(mavkit::ToBcdByte(year / 100));
-    out[1] = static_cast<char>(mavkit::ToBcdByte(year % 100));
+    unsigned int year = static_cast<unsigned int>(f.tm_year) - 100;
+    if (year < 100) {
+        out[0] = 0x20; // this century needs no division
+    } else {
+        year += 2000;
+        if (year > 9999) // or below 0
+            year = static_cast<unsigned int>(f.tm_year % 10000 + 11900) % 10000;
+        out[0] = static_cast<char>(mavkit::ToBcdByte(year / 100));
+        year %= 100;
+    }
+    out[1] = static_cast<char>(mavkit::ToBcdByte(year));
     out[2] = ToBcd(f.tm_mon + 1);
     out[3] = ToBcd(f.tm_mday);
     out[4] = ToBcd(f.tm_hour);
