@@ -8,18 +8,21 @@ import sys
 
 
 def measured(path):
-    """{(job, size, units): {who: nanoseconds}} of the medians, and {job: target}."""
+    """{(job, size, units): {who: nanoseconds}} of the medians, likewise of the deviations, and
+    {job: target}."""
     with open(path, encoding="utf-8") as file:
         data = json.load(file)
-    rows = {}
-    medians = [one for one in data["benchmarks"] if one.get("aggregate_name") == "median"]
-    for one in sorted(medians, key=lambda one: one["run_name"]): # as the program lists them
+    kinds = {"median": {}, "stddev": {}}
+    for one in sorted(data["benchmarks"], key=lambda one: one["run_name"]): # as the program lists them
+        rows = kinds.get(one.get("aggregate_name"))
+        if rows is None:
+            continue
         wall = "/real_time" in one["run_name"]
         _, job, size, units, who = one["run_name"].replace("/real_time", "").split("|")
         value = one["real_time" if wall else "cpu_time"]
         rows.setdefault((job, size, float(units)), {})[who] = value
     targets = {key[7:]: value for key, value in data["context"].items() if key[:7] == "target|"}
-    return rows, targets
+    return kinds["median"], kinds["stddev"], targets
 
 
 def counted(pattern):
@@ -54,35 +57,43 @@ def ratio(a, b):
     return f"{a / b:.2f}" if a and b else "-"
 
 
-def judge(row, ours, best, target):
-    """Whether each part of a target is met: "floor 1.25", "peer 1.0", "NAME 1.0", "ns 10"."""
+def judge(row, spread, target):
+    """Whether each part of a target is met: "floor 1.25", "peer 1.0", "NAME 1.0", "ns 10". What is
+    missed by at most 5%, and by less than the repetitions of the two differ, is a tie."""
+    ours = row.get("ours")
     if not target or ours is None:
         return "-", ""
     words = target.split()
-    met = True
+    verdict = 0
     texts = []
     for what, limit in zip(words[::2], map(float, words[1::2])):
         if what == "ns":
-            met = met and ours < limit
+            verdict = max(verdict, 0 if ours < limit else 2)
             texts.append(f"< {limit:g} ns")
             continue
-        other = row.get("floor") if what == "floor" else best if what == "peer" else row.get(what)
-        if other is None:
+        who = best_peer(row) if what == "peer" else what
+        if who not in row:
             continue
-        met = met and ours <= limit * other
+        miss = ours - limit * row[who]
+        near = min(spread.get("ours", 0) + limit * spread.get(who, 0), 0.05 * limit * row[who])
+        verdict = max(verdict, 0 if miss <= 0 else 1 if miss <= near else 2)
         texts.append(f"{limit:g}x {what}")
-    return ", ".join(texts) or "-", ("yes" if met else "NO") if texts else ""
+    return ", ".join(texts) or "-", ("yes", "tie", "NO")[verdict] if texts else ""
 
 
-def table(rows, targets, show):
+def best_peer(row):
+    return min((who for who in row if who not in ("ours", "floor")), key=row.get, default=None)
+
+
+def table(rows, spreads, targets, show):
     head = ["job", "size", "ours", "floor", "best peer", "ours/floor", "ours/peer", "target", "met"]
     lines = [head]
-    for (job, size, _), row in rows.items():
+    for key, row in rows.items():
+        job, size, _ = key
         ours, floor = row.get("ours"), row.get("floor")
-        peers = {who: value for who, value in row.items() if who not in ("ours", "floor")}
-        name = min(peers, key=peers.get) if peers else None
-        best = peers.get(name)
-        text, met = judge(row, ours, best, targets.get(job))
+        name = best_peer(row)
+        best = row.get(name)
+        text, met = judge(row, spreads.get(key, {}), targets.get(job))
         lines.append([job, size, show(ours) if ours else "-", show(floor) if floor else "-",
                       f"{show(best)} {name}" if name else "-", ratio(ours, floor),
                       ratio(ours, best), text, met])
@@ -111,10 +122,10 @@ def growth(rows):
 def main():
     if sys.argv[1] == "--count":
         rows, targets = counted(sys.argv[2])
-        table(rows, targets, number)
+        table(rows, {}, targets, number)
     else:
-        rows, targets = measured(sys.argv[1])
-        table(rows, targets, length)
+        rows, spreads, targets = measured(sys.argv[1])
+        table(rows, spreads, targets, length)
     growth(rows)
 
 

@@ -1,6 +1,7 @@
 #include "mavkit/encoding/BitMask.h"
 
 #include "mavkit/diag/MavDump.h"
+#include "mavkit/encoding/Word.h"
 
 #include <algorithm>
 #include <climits>
@@ -8,13 +9,11 @@
 
 namespace {
 
-// The mask is worked on a machine word at a time, from any address. (A copy of a word by memcpy would do
-// as well, but becomes a call on the target when it is built for size.)
-using Word = unsigned long;
-struct __attribute__((packed, may_alias)) LooseWord {
-    Word value;
-};
-constexpr size_t kWordBytes = sizeof(Word);
+// The mask is worked on a machine word at a time.
+using mavkit::kWordBytes;
+using mavkit::LoadWord;
+using mavkit::LooseWord;
+using mavkit::Word;
 constexpr unsigned int kWordBits = CHAR_BIT * sizeof(Word);
 constexpr Word kAllBits = ~Word{0};
 
@@ -27,8 +26,14 @@ constexpr long long kLastTextBit = 8388607;
 
 constexpr size_t kItemLength = 19;
 
-Word LoadWord(const unsigned char* bytes) {
-    return reinterpret_cast<const LooseWord*>(bytes)->value;
+// Two words in a step: one vector where the processor has them.
+constexpr size_t kPairBytes = 2 * kWordBytes;
+void UnitePair(unsigned char* to, const unsigned char* from) {
+    LooseWord* const pair = reinterpret_cast<LooseWord*>(to);
+    const Word first = pair[0].value | LoadWord(from);
+    const Word second = pair[1].value | LoadWord(from + kWordBytes);
+    pair[0].value = first;
+    pair[1].value = second;
 }
 
 // The number of set bits in each byte of a word, side by side.
@@ -153,17 +158,16 @@ void BitMask::Enable(const BitMask& other) {
         bits.resize(size + 1);
     unsigned char* const data = &bits[0];
     const unsigned char* const source = other.bits.data();
-    size_t at = 0;
-    // Two words in a step: one vector where the processor has them.
-    for (; size - at >= 2 * kWordBytes; at += 2 * kWordBytes) {
-        LooseWord* const pair = reinterpret_cast<LooseWord*>(data + at);
-        const Word first = pair[0].value | LoadWord(source + at);
-        const Word second = pair[1].value | LoadWord(source + at + kWordBytes);
-        pair[0].value = first;
-        pair[1].value = second;
+    if (size < kPairBytes) {
+        for (size_t at = 0; at < size; ++at)
+            data[at] = static_cast<unsigned char>(data[at] | source[at]);
+        return;
     }
-    for (; at < size; ++at)
-        data[at] = static_cast<unsigned char>(data[at] | source[at]);
+    // The last pair may take bits again, which changes nothing in a union.
+    const size_t last = size - kPairBytes;
+    UnitePair(data + last, source + last);
+    for (size_t at = 0; at < last; at += kPairBytes)
+        UnitePair(data + at, source + at);
 }
 
 bool BitMask::IsEnabled(unsigned int bit) const {

@@ -1,5 +1,6 @@
 #include "mavkit/encoding/MavString.h"
 
+#include "mavkit/encoding/Word.h"
 #include "mavkit/sys/MavFile.h"
 
 #include <algorithm>
@@ -32,18 +33,17 @@ constexpr HexDigits kHexDigits = MakeHexDigits();
 
 // How often one character stands in a text, a machine word at a time.
 size_t CountCharacter(const char* text, const char* end, char wanted) {
-    using Word = unsigned long;
+    using mavkit::kWordBytes;
+    using mavkit::Word;
     constexpr Word kOnes = ~Word{0} / 0xFF; // 1 in every byte
+    constexpr Word kLow = kOnes * 0x7F;     // all but the top bit of every byte
     const Word pattern = kOnes * static_cast<unsigned char>(wanted);
     size_t count = 0;
-    while (static_cast<size_t>(end - text) >= sizeof(Word)) {
-        Word word;
-        memcpy(&word, text, sizeof word);
-        word ^= pattern;
+    for (; static_cast<size_t>(end - text) >= kWordBytes; text += kWordBytes) {
+        const Word word = mavkit::LoadWord(text) ^ pattern;
         // The top bit of each byte becomes 1 where the byte is 0; no sum carries into the next byte.
-        word = ~((((word & kOnes * 0x7F) + kOnes * 0x7F) | word) | kOnes * 0x7F);
-        count += (word >> 7) * kOnes >> (sizeof(Word) - 1) * CHAR_BIT;
-        text += sizeof word;
+        const Word zeros = ~((((word & kLow) + kLow) | word) | kLow);
+        count += (zeros >> 7) * kOnes >> (kWordBytes - 1) * CHAR_BIT;
     }
     for (; text != end; ++text)
         if (*text == wanted)
