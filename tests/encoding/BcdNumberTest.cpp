@@ -1,4 +1,5 @@
-// Numbers in packed BCD, in both byte orders.
+// Numbers in packed BCD, in both byte orders. Any bytes, values and counts are tried in
+// fuzz/BcdNumbers.cpp.
 #include "mavkit/encoding/BcdNumber.h"
 #include "encoding/Hex.h"
 
@@ -18,28 +19,7 @@ const struct {
     {0.999, 2, 2, "00 01", 2, 2},         {1, 9, 8, "00 00 00 00 01 00 00 00", 8, 8},
     {NAN, 4, 2, "00 00 00", 4, 2},        {0.5, 0, 15, "00 00 00 00 00 00 00 05", 1, 15},
     {-INFINITY, 2, 0, "00", 2, 0},        {0.5, 0, 17, "00 00 00 00 00 00 00 50", 0, 16}};
-
-const struct { unsigned char from[2], to[2]; const char* bytes; } kExchanged[] = { // none: refused
-    {{4, 2}, {4, 4}, "00 45 23 01"}, {{16, 0}, {6, 0}, "45 23 01"}, {{4, 2}, {1, 2}, "45 23"},
-    {{17, 2}, {4, 4}, ""}, {{4, 17}, {4, 4}, ""}, {{4, 2}, {17, 4}, ""}, {{4, 2}, {4, 255}, ""}};
-
-const struct { double value; unsigned char decimal, integer, size; const char* out; } kSigned[] = {
-    {-1.5, 2, 6, 3, "50 D1 00 EE"},    {-1.5, 2, 0, 3, "EE EE EE EE"}, // refused
-    {123.45, 2, 2, 3, "45 23 00 EE"},  {123.45, 2, 1, 0, "45 03 EE EE"},
-    {0.00001, 5, 1, 4, "01 00 00 00"}, {NAN, 2, 3, 1, "00 00 00 EE"},
-    {INFINITY, 0, 2, 4, "00 00 00 00"}};
 // clang-format on
-
-double Read(const ByteString& bytes, size_t integer, size_t decimal) {
-    return BCDToDouble(bytes.data(), Byte(integer), Byte(decimal));
-}
-
-// Digits as bytes with the low ones first.
-ByteString LowFirst(const std::string& digits) {
-    ByteString bytes = Hex(std::string(digits.size() % 2, '0') + digits);
-    std::reverse(bytes.begin(), bytes.end());
-    return bytes;
-}
 
 // The six bytes of a number, the high ones first.
 ByteString Amount(long long number) {
@@ -86,41 +66,24 @@ TEST(LowFirst, FromDouble) {
     unsigned char counts[] = {255, 255};
     ByteString longest(255, 0);
     EXPECT_EQ(DoubleToBCD(-DBL_MAX, counts[0], counts[1], &longest[0]), 0);
-    EXPECT_EQ(longest, LowFirst(std::string(text + 54, 255) + (text + 310)));
-    for (const auto& c : kSigned) {
-        ByteString out(4, 0xEE);
-        EXPECT_EQ(basechange_reverse(c.value, c.decimal, c.integer, c.size, &out[0]),
-                  c.integer != 0 ? 0 : -1);
-        EXPECT_EQ(out, Hex(c.out)) << c.value << ' ' << int(c.integer);
-    }
+    ByteString digits = Hex(std::string(text + 54, 255) + (text + 310));
+    std::reverse(digits.begin(), digits.end());
+    EXPECT_EQ(longest, digits);
+    // With its sign, which is the nibble D.
+    unsigned char out[] = {0xEE, 0xEE, 0xEE, 0xEE};
+    EXPECT_EQ(basechange_reverse(-1.5, 2, 0, 3, out), -1);
+    EXPECT_EQ(basechange_reverse(-1.5, 2, 6, 3, out), 0);
+    EXPECT_EQ(ByteString(out, 4), Hex("50 D1 00 EE"));
 }
 
-TEST(LowFirst, ToDouble) {
-    EXPECT_EQ(Read(Hex("45 23 F1"), 3, 2), 123.45); // the nibble beyond does not count
-    // Any length gives what atof gives for the digits as a text, up to a digit that is none.
-    std::mt19937 random(2);
-    const auto below = [&random](size_t n) { return random() % 1000000U % n; };
-    for (int i = 0; i < 5000; ++i) {
-        const size_t integer = below(i % 4 == 0 ? 256 : 13);
-        const size_t decimal = below(i % 4 == 0 ? 256 : 13);
-        std::string text;
-        while (text.size() < integer + decimal)
-            text += below(97) == 0 ? "ADF"[below(3)] : "0123456789"[below(10)];
-        const ByteString bytes = LowFirst(text);
-        text.insert(integer, ".");
-        ASSERT_EQ(Read(bytes, integer, decimal), atof(text.c_str())) << text;
-    }
-}
-
-TEST(LowFirst, ExchangeAndIntegers) {
-    ByteString source = Hex("45 23 01") + ByteString(13, 0);
-    for (const auto& c : kExchanged) {
-        const ByteString bytes = Hex(c.bytes);
-        ByteString target(20, 0xEE);
-        EXPECT_EQ(BCDExchange(&source[0], c.from[0], c.from[1], &target[0], c.to[0], c.to[1]),
-                  bytes.empty() ? -1 : 0);
-        EXPECT_EQ(target.substr(0, bytes.size() + 1), bytes + Byte(0xEE)) << int(c.to[0]);
-    }
+TEST(LowFirst, ToDoubleToAnotherLayoutAndToInteger) {
+    const unsigned char source[16] = {0x45, 0x23, 0xF1};
+    EXPECT_EQ(BCDToDouble(source, 3, 2), 123.45); // the nibble beyond does not count
+    ByteString target(4, 0xEE);
+    unsigned char copy[16] = {0x45, 0x23, 0x01};
+    EXPECT_EQ(BCDExchange(copy, 17, 2, &target[0], 4, 4), -1);
+    EXPECT_EQ(BCDExchange(copy, 4, 2, &target[0], 2, 4), 0);
+    EXPECT_EQ(target, Hex("00 45 23 EE"));
     unsigned char number[] = {0x78, 0x56, 0x34, 0x12, 0x99};
     const int kCounts[][2] = {{4, 12345678}, {1, 78}, {0, 0},       {-1, 0},
                               {INT_MIN, 0},  {5, -1}, {INT_MAX, -1}};

@@ -31,3 +31,12 @@ void Replay(const char* name, void (*target)(fuzz::Input)) {
 } // namespace
 
 FUZZ_TARGETS
+
+TEST(Corpus, EveryPairOfLayouts) {
+    fuzz::Bytes bytes = {0, 0, 0x08, 0x07, 0x06, 0x05, 0x03, 0x24, 0x19, 0x01};
+    for (int codes = 0; codes <= 0xFFFF; ++codes) {
+        bytes[0] = static_cast<unsigned char>(codes >> 8);
+        bytes[1] = static_cast<unsigned char>(codes);
+        LayoutExchange({bytes.data(), bytes.size()});
+    }
+}
