@@ -150,36 +150,6 @@ TEST_F(DirScanTest, TheTreeMayChangeUnderTheScan) {
     EXPECT_EQ(5, calls);
 }
 
-TEST_F(DirScanTest, SkipsWhatItMayNotEnter) {
-    Make({"locked/x", "listed/x", "a/s1/z", "a/s2/z"});
-    const std::string locked = root + "/locked", listed = root + "/listed";
-    // A superuser is refused nothing, so be somebody else.
-    const bool superuser = geteuid() == 0;
-    for (const char* path : {"", "/mnt", "/mnt/sdcard", "/mnt/sdcard/log", "/root"})
-        chmod(device.Path(path).c_str(), 0777);
-    if (superuser) {
-        for (const auto& entry : fs::recursive_directory_iterator(root))
-            ASSERT_EQ(0, lchown(entry.path().c_str(), 65534, 65534));
-        if (seteuid(65534) != 0)
-            GTEST_SKIP() << "the superuser of a namespace with no other user";
-    }
-    chmod(locked.c_str(), 0);
-    chmod(listed.c_str(), 0400);
-    act = [](bool, const char* name) {
-        if (*name == 'z' && chmod("..", 0400) != 0) // the parent is closed while the scan is below
-            ADD_FAILURE();
-    };
-    EXPECT_TRUE(Scan());
-    EXPECT_EQ(0, superuser ? seteuid(0) : 0);
-    for (const std::string& path : {locked, listed, root + "/a"})
-        chmod(path.c_str(), 0700);
-    EXPECT_EQ((Entries{"/a", "/listed", "/locked"}), Unopened());
-    const std::string first = seen.count("1 d /a/s1") != 0 ? "/a/s1" : "/a/s2"; // and not the other
-    EXPECT_EQ(
-        (Entries{"0 d /a", "0 d /listed", "0 d /locked", "1 d " + first, "2 f " + first + "/z"}),
-        seen);
-}
-
 TEST_F(DirScanTest, GoesDeeperThanPathsReach) {
     const std::string name(200, 'n');
     const std::size_t levels = 3 * PATH_MAX / 200;
