@@ -96,12 +96,15 @@ done
 
 # pkg-config finds it where it stands, wherever that is.
 flags=$(PKG_CONFIG_LIBDIR=$libdir/pkgconfig pkg-config --cflags --libs mavkit)
-# shellcheck disable=SC2086 # flags are meant to be split
-quietly $cxx -std=c++11 tests/consumer/main.cpp -o "$scratch/consumer" $flags
-if [ "$kind" = target ]; then
-    quietly qemu-mipsel -L "/usr/$triple" -E LD_LIBRARY_PATH="$libdir" "$scratch/consumer"
-else
-    LD_LIBRARY_PATH=$libdir quietly "$scratch/consumer"
-fi
+cd "$scratch" # the programs leave files behind
+for program in files frame queue; do
+    # shellcheck disable=SC2086 # flags are meant to be split
+    quietly $cxx -std=c++11 "$root/docs/examples/$program.cpp" -o "$program" $flags
+    if [ "$kind" = target ]; then
+        quietly qemu-mipsel -L "/usr/$triple" -E LD_LIBRARY_PATH="$libdir" "./$program"
+    else
+        LD_LIBRARY_PATH=$libdir quietly "./$program"
+    fi
+done
 cd "$out"
 wc -c -- *_"$architecture.deb" "$tarball"

@@ -1,9 +1,10 @@
 #!/bin/sh
 # consumer.sh BUILDDIR [--accept-abi]: installs what BUILDDIR holds, moves it elsewhere, and uses it as
-# somebody else would: every public header alone in C++11, a program of another project built four
-# ways and run, and the exported symbols held against cmake/abi.txt. Run it at the root of the tree.
+# somebody else would: every public header alone in C++11, the guide's programs built four ways and
+# run, and the exported symbols held against cmake/abi.txt. Run it at the root of the tree.
 set -eu
-build=$1
+build=$(cd "$1" && pwd)
+programs="files frame mask queue region schedule trace" # something of every family
 abi=cmake/abi.txt
 work=$(mktemp -d)
 trap 'rm -rf -- "$work"' EXIT
@@ -51,15 +52,26 @@ for compiler in g++ clang++; do
     echo "$(wc -l <"$work/headers") headers alone as C++11: $compiler"
 done
 
-# --- Four ways to a program.
-check() { # NAME PROGRAM static|shared
-    needed=$(readelf -d "$2" | grep -c 'NEEDED.*\[libmavkit\.so\.1\]' || true)
-    case $3/$needed in
-    static/0 | shared/1) ;;
-    *) fail "$1: not linked to the $3 library" ;;
-    esac
-    LD_LIBRARY_PATH=$lib quietly "$2"
-    echo "$1, $3: $(tail -n 1 "$work/log")"
+# --- Four ways to the programs, which do what they do in the tree.
+output() { # PROGRAM FILE: what it prints, run in an empty directory
+    mkdir "$work/run"
+    (cd "$work/run" && LD_LIBRARY_PATH=$lib "$1") >"$2" 2>&1 || fail "failed: $1"
+    rm -r "$work/run"
+}
+for program in $programs; do
+    output "$build/docs/examples/$program" "$work/$program.expected"
+done
+check() { # NAME DIRECTORY static|shared
+    for program in $programs; do
+        needed=$(readelf -d "$2/$program" | grep -c 'NEEDED.*\[libmavkit\.so\.1\]' || true)
+        case $3/$needed in
+        static/0 | shared/1) ;;
+        *) fail "$1, $program: not linked to the $3 library" ;;
+        esac
+        output "$2/$program" "$work/printed"
+        diff "$work/$program.expected" "$work/printed" || fail "$1, $program: prints something else"
+    done
+    echo "$1, $3: $(echo "$programs" | wc -w) programs at work"
 }
 with_cmake() { # DIRECTORY OPTION...
     directory=$work/$1
@@ -68,20 +80,24 @@ with_cmake() { # DIRECTORY OPTION...
     quietly cmake --build "$directory"
 }
 with_cmake static
-check CMake "$work/static/consumer" static
+check CMake "$work/static" static
 with_cmake shared -DBUILD_SHARED_LIBS=ON
-check CMake "$work/shared/consumer" shared
+check CMake "$work/shared" shared
 # A component counts for more than BUILD_SHARED_LIBS.
 with_cmake component -DBUILD_SHARED_LIBS=ON -DKIND=static
-check "CMake by component" "$work/component/consumer" static
+check "CMake by component" "$work/component" static
 refused cmake -S "$source" -B "$work/none" -DKIND=dynamic
 grep -q 'components static and shared' "$work/log" || fail "a wrong component is not told as one"
 
-with_pkg_config() { # PROGRAM COMPILER-OPTION PKG-CONFIG-OPTION...
-    program=$1 option=$2
+with_pkg_config() { # DIRECTORY COMPILER-OPTION PKG-CONFIG-OPTION...
+    directory=$1 option=$2
     shift 2
-    # shellcheck disable=SC2046,SC2086 # flags are meant to be split
-    quietly g++ -std=c++11 $option "$source/main.cpp" -o "$program" $(pkg-config "$@" mavkit)
+    mkdir "$directory"
+    for program in $programs; do
+        # shellcheck disable=SC2046,SC2086 # flags are meant to be split
+        quietly g++ -std=c++11 $option "docs/examples/$program.cpp" -o "$directory/$program" \
+            $(pkg-config "$@" mavkit)
+    done
 }
 with_pkg_config "$work/pc-static" -static --static --cflags --libs
 check pkg-config "$work/pc-static" static

@@ -165,21 +165,20 @@ TEST_F(MessageTest, WithoutAQueueEverythingIsSilent) {
     EXPECT_EQ(out.Take(), "");
 }
 
-TEST_F(MessageTest, TwoProcesses) {
+TEST_F(MessageTest, OtherProcessAndOtherFlag) {
     EXPECT_TRUE(Succeeded(Start([] {
         const unsigned char text[] = "from the child";
         return Message(kFlag).SendData(text, sizeof text - 1, 4);
     })));
     EXPECT_EQ(Receive(4), "from the child");
-
     setting.traceWay = WAY_STDOUT;
-    const Message mine(kFlag);
-    char line[80];
-    std::snprintf(line, sizeof line, "Message: Message queue(flag=%d) id is %d 0x%x.\n", kFlag, id,
-                  static_cast<unsigned>(ftok("/root", kFlag)));
-    EXPECT_EQ(out.Take(), line);
     Message others('o');
-    EXPECT_NE(msgget(ftok("/root", 'o'), 0), id); // another flag, another queue
+    const int otherId = msgget(ftok("/root", 'o'), 0);
+    char line[80];
+    std::snprintf(line, sizeof line, "Message: Message queue(flag=%d) id is %d 0x%x.\n", 'o',
+                  otherId, static_cast<unsigned>(ftok("/root", 'o')));
+    EXPECT_EQ(out.Take(), line);
+    EXPECT_NE(otherId, id);
     others.Destroy();
 }
 

@@ -5,7 +5,6 @@
 #include "mavkit/diag/Trace.h"
 #include "mavkit/encoding/Bits.h"
 #include "mavkit/ipc/Message.h"
-#include "mavkit/ipc/ShareMem.h"
 
 #include <algorithm>
 #include <atomic>
@@ -219,33 +218,6 @@ TEST_F(Logs, HoldWholeLines) {
     const std::string backup = device.TraceFile("trace.log_bak");
     EXPECT_EQ(backup.size(), 1000500U);
     WholeLines(backup.substr(0, backup.find('\0')), "kor(03-05 06:07:08):");
-}
-
-bool FillZeros(std::FILE* file, void*) {
-    const char zeros[64] = {};
-    return std::fwrite(zeros, sizeof zeros, 1, file) == 1;
-}
-
-bool Accept(std::FILE* file, void*) {
-    return std::fseek(file, 0, SEEK_END) == 0 && std::ftell(file) == 64;
-}
-
-// Two that start on a missing region at once: either may create it, both end up with one.
-TEST(Region, IsCreatedByTwoAtOnce) {
-    const Terminal terminal(WAY_NONE);
-    for (unsigned round = 0; round < 50 * Rounds(); ++round) {
-        terminal.device.Remove("/mnt/region");
-        pid_t starters[2];
-        for (pid_t& starter : starters)
-            starter = Start([] {
-                ShareMem mine;
-                mine.Init("/mnt/region", 64, FillZeros, Accept, nullptr);
-                return mine.base != nullptr && mine.Save(false, false);
-            });
-        for (const pid_t starter : starters)
-            EXPECT_TRUE(Succeeded(starter));
-        EXPECT_EQ(terminal.device.Read("/mnt/region").size(), 64U);
-    }
 }
 
 } // namespace

@@ -85,18 +85,8 @@ TEST(Abi, SumsAndBoundsEndWithLong) {
     EXPECT_EQ(-1, upboundtime(LONG_MAX, 1, Minute, ULONG_MAX));
 }
 
-TEST(Abi, DifferencesSpanAllOfLong) {
+TEST(Abi, IntervalsSpanAllOfLong) {
     const Zone zone(kUtc);
-    for (unsigned char unit = Second; unit <= Hour; ++unit) {
-        const long length = LONG_MAX / kLengths[unit];
-        for (const long none : {0L, -1L, LONG_MIN}) {
-            EXPECT_EQ(length, datediff(unit, none, LONG_MAX));
-            EXPECT_EQ(-length, datediff(unit, LONG_MAX, none));
-        }
-    }
-    EXPECT_EQ(24855, datediff(Day, 1, kEnd));
-    EXPECT_EQ(816, datediff(Month, 1, kEnd));
-    EXPECT_EQ(-68, datediff(Year, kEnd, 1));
     std::string first = Bytes("1902-01-01 00:00:00"), end = Bytes("2038-01-19 03:14:07"),
                 later = Bytes("2039-01-01 00:00:00"), out(7, '\0');
     // What does not fit is no time, as time 0 is.
@@ -138,7 +128,7 @@ TEST(Abi, MessageTypesFillALong) {
     StdoutCapture out;
     Message queue('t');
     const unsigned char payload[] = "abc";
-    unsigned char raw[sizeof(long) + 4], bytes[4];
+    unsigned char raw[sizeof(long) + 4];
     unsigned int length = 4;
     for (const long type : {LONG_MAX, 2L, 0x01020304L}) {
         EXPECT_TRUE(queue.SendData(payload, 4, type));
@@ -150,8 +140,6 @@ TEST(Abi, MessageTypesFillALong) {
             EXPECT_EQ(static_cast<unsigned char>(type >> 8 * i), raw[i]) << type;
         EXPECT_EQ(0, std::memcmp(raw + sizeof type, payload, 4));
     }
-    EXPECT_TRUE(queue.SendData(payload, 4, LONG_MAX));
-    EXPECT_TRUE(queue.RecvData(bytes, length, LONG_MIN));
     EXPECT_EQ("", device.GeneralLog());
     EXPECT_FALSE(queue.SendData(payload, 4, LONG_MIN)); // no type, nor has it an opposite
     EXPECT_NE(std::string::npos, device.GeneralLog().find(",type=" + std::to_string(LONG_MIN) +
