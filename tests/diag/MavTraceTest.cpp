@@ -70,15 +70,6 @@ TEST_F(MavTraceTest, PrefixBelongsToTheObject) {
     plain("%s\n", "100%");
     EXPECT_EQ(out.Take(), "100%\n");
     EXPECT_FALSE(plain.printed);
-
-    // So does one whose file cannot be opened, until it can.
-    Way(WAY_PUBLIC);
-    device.Remove(dir);
-    MavTrace(0, 1)("lost there\n");
-    EXPECT_EQ(out.Take(), "lost there\n");
-    ASSERT_EQ(mkdir(device.Path(dir).c_str(), 0755), 0);
-    MavTrace(0, 0)("back\n");
-    EXPECT_EQ(device.TraceFile(), "back\n");
 }
 
 TEST_F(MavTraceTest, ExportFiles) {

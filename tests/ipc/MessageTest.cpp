@@ -150,21 +150,6 @@ TEST_F(MessageTest, RemovedQueue) {
     EXPECT_TRUE(Send(1, "anew"));
 }
 
-TEST_F(MessageTest, WithoutAQueueEverythingIsSilent) {
-    setting.traceWay = WAY_STDOUT;
-    Device::Fail("msgget", ENOSPC);
-    Message unmade('Q');
-    EXPECT_EQ(device.GeneralLog(),
-              stamp + "Create message queue(flag=Q) ERROR(No space left on device)\n");
-    unsigned char bytes[16] = {1};
-    unsigned length = 4;
-    EXPECT_FALSE(unmade.RecvMsg(bytes, length, 0) || unmade.SendMsg(bytes, 0));
-    EXPECT_FALSE(unmade.HasMsg(0) || unmade.SendData(bytes, 0, 1));
-    unmade.ClearMsg(0);
-    unmade.Destroy();
-    EXPECT_EQ(out.Take(), "");
-}
-
 TEST_F(MessageTest, OtherProcessAndOtherFlag) {
     EXPECT_TRUE(Succeeded(Start([] {
         const unsigned char text[] = "from the child";

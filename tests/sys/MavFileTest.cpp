@@ -66,12 +66,6 @@ TEST_F(MavFileTest, DescriptorOpenEmptiesAndSynchronises) {
     EXPECT_EQ(device.Read("/mnt/f"), "");
     EXPECT_EQ(fcntl(fd, F_GETFL) & (O_ACCMODE | O_SYNC), O_RDWR | O_SYNC);
     close(fd);
-    const mode_t mask = umask(027);
-    close(MavFile::OpenFile("/mnt/g", false));
-    umask(mask);
-    struct stat info;
-    ASSERT_EQ(stat(device.Path("/mnt/g").c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 0777U, 0640U);
 }
 
 TEST_F(MavFileTest, CreatesFilledFiles) {

@@ -12,32 +12,19 @@ struct Row {
 
 // clang-format off
 const Row kSums[] = {
-    {Month, 1, "01-31", "03-02"}, {Month, -15, "03-31 10:20:30", "2022-12-31 10:20:30"},
-    {Year, 1, "02-29", "2025-03-01"}, {Hour, 25, "12-31 23:30", "2025-01-02 00:30"},
-    {0, 5, "03-05", "03-05"}, {7, -5, "03-05", "03-05"}, {Second, 86401, "02-28 23:59:59", "03-01"},
+    {Month, 1, "01-31", "03-02"}, {Year, 1, "02-29", "2025-03-01"}, {7, -5, "03-05", "03-05"},
     // Where the clock is changed a day has 23 or 25 hours; noon stays noon.
-    {Day, 1, "03-30 12", "03-31 12", kBerlin},   {Hour, 3, "03-31 01:30", "03-31 04:30", kBerlin},
-    {Day, -1, "11-04 12", "11-03 12", kNewYork}, {Minute, 180, "11-03 00", "11-03 03", kNewYork},
-    {Month, 1, "03-15 12", "04-15 12", kSydney}};
+    {Day, 1, "03-30 12", "03-31 12", kBerlin}, {Day, -1, "11-04 12", "11-03 12", kNewYork}};
 
 const struct { unsigned char unit; const char *start, *zone; } kStarts[] = { // of 10-06 10:20:30's
-    {Second, "10-06 10:20:30", kShanghai}, {Minute, "10-06 10:20", kShanghai},
-    {Hour, "10-06 10", kShanghai}, {Hour, "10-06 09:30", kKolkata}, {Day, "10-06", kSydney},
-    {Month, "10-01", kSydney}, {Year, "01-01", kBerlin}, {0, "10-06", kShanghai},
-    {7, "01-01", kShanghai}};
+    {Hour, "10-06 09:30", kKolkata}, {Day, "10-06", kSydney}, {Year, "01-01", kBerlin},
+    {0, "10-06", kShanghai}, {7, "01-01", kShanghai}};
 
-const char* const kGap = "XST-2XDT,J91/0,J274/0"; // no midnight on April 1
 const Row kSpans[] = {
-    {Hour, 1, "03-05 10:59:59", "03-05 11"}, {Hour, 0, "03-05 10", "03-05 10:59"},
-    {Hour, 1, "03-05 10", "03-05 10:59", kKolkata}, {Day, 1, "03-05 23:59", "03-06", kKolkata},
-    {Month, 3, "2023-11-30", "02-01"}, {Year, 1, "12-31 23:59:59", "2025-01-01"},
+    {Hour, 1, "03-05 10:59:59", "03-05 11"}, {Month, 3, "2023-11-30", "02-01"},
     {0, 172800, "03-05 10", "03-07 01"}, {9, 5, "2020-12-31 23:59", "2025-01-01"},
-    // Days of 23 and of 25 hours are days.
-    {Day, 1, "03-31", "04-01", kBerlin}, {Day, 1, "11-03 23:59", "11-04", kNewYork},
-    {Day, 9045, "2000-01-01", "10-06 12", kSydney}, {Day, 1, "03-31 12", "04-01 12", kGap},
     // No time counts as time 0, which is 08:00 in Shanghai and the evening before in New York.
-    {Second, 86401, nullptr, "1970-01-02 00:00:01", kUtc}, {Day, 1, nullptr, "1970-01-03 12"},
-    {Day, 2, nullptr, "1970-01-03 12", kNewYork}, {Month, 3, nullptr, "1970-03-01", kNewYork}};
+    {Day, 1, nullptr, "1970-01-03 12"}, {Day, 2, nullptr, "1970-01-03 12", kNewYork}};
 
 const struct { int minutes; unsigned int radix, dots; } kDots[] = { // radix x 60 in 32 bits
     {60, 15, 4}, {60, 7, 8}, {59, 15, 3}, {1455, 1440, 1}, {7279214, 1, 7279214}, {0, 1, 0},
