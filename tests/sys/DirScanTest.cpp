@@ -113,7 +113,11 @@ TEST_F(DirScanTest, ReportsEveryEntryDownToTheLimit) {
     for (stopAt = 1; stopAt <= all.size(); ++stopAt)
         for (const bool thrown : {false, true}) {
             throws = thrown;
-            thrown ? EXPECT_THROW(Scan(), std::string) : EXPECT_FALSE(Scan());
+            if (thrown) {
+                EXPECT_THROW(Scan(), std::string);
+            } else {
+                EXPECT_FALSE(Scan());
+            }
             EXPECT_EQ(stopAt, seen.size());
             EXPECT_EQ(home, fs::current_path());
         }
