@@ -136,7 +136,9 @@ bool Message::SendMsg(void* msg, unsigned int length) {
     const int headLength = std::snprintf(
         head, sizeof head, "Message(queueid=%d,type=%ld) send succeed(%d bytes):", queueId_, type,
         static_cast<int>(length));
-    std::string line(head, static_cast<std::size_t>(headLength));
+    std::string line;
+    line.reserve(sizeof head + 4 * std::size_t{length}); // enough, so that it grows but once
+    line.append(head, static_cast<std::size_t>(headLength));
     GetPrintString(line, static_cast<unsigned char*>(msg) + kTypeSize, length, true, 0);
     MavTrace(LEVEL_VERBOSE, 0)("%s\n", line.c_str());
     return true;
