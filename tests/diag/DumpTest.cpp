@@ -4,7 +4,6 @@
 #include "mavkit/diag/PrintString.h"
 #include "mavkit/encoding/MavString.h"
 
-#include <cfloat>
 #include <climits>
 #include <regex>
 
@@ -72,12 +71,6 @@ TEST(MavDump, FormatsEveryValue) {
               }),
               "InfoinvalidWarn|ttyp5invalid|NullTime|1970-01-02 00:00:00|1969-12-31 23:59:59"
               "0A001F0000001F1F|");
-    EXPECT_EQ(Dumped([](MavDump& dump) { dump << -DBL_MAX; }).size(), 317U);
-    if (sizeof(long) == 8) {
-        EXPECT_EQ(Dumped([](MavDump& dump) { dump << LONG_MAX; }),
-                  "invalid time 9223372036854775807");
-    }
-
     TraceSetting setting;
     setting.traceWay = 77;
     setting.dataWay = WAY_PUBLIC;

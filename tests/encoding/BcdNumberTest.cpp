@@ -9,14 +9,6 @@
 
 namespace {
 
-// clang-format off
-const struct {
-    double value; unsigned char integer, decimal; const char* bytes; int integerUsed, decimalUsed;
-} kWritten[] = {
-    {123.45, 4, 2, "45 23 01", 4, 2}, {-1.5, 2, 2, "50 01", 2, 2},
-    {1, 9, 8, "00 00 00 00 01 00 00 00", 8, 8}, {0.5, 0, 17, "00 00 00 00 00 00 00 50", 0, 16}};
-// clang-format on
-
 // The six bytes of a number, the high ones first.
 ByteString Amount(long long number) {
     return Hex(std::to_string(1000000000000 + number).substr(1));
@@ -49,13 +41,6 @@ TEST(HighFirst, BytesAndAmounts) {
 }
 
 TEST(LowFirst, FromDouble) {
-    for (const auto& c : kWritten) {
-        unsigned char counts[] = {c.integer, c.decimal};
-        ByteString out(10, 0xEE);
-        EXPECT_EQ(DoubleToBCD(c.value, counts[0], counts[1], &out[0]), 0);
-        EXPECT_EQ(out, (Hex(c.bytes) + ByteString(10, 0xEE)).substr(0, 10)) << c.value;
-        EXPECT_TRUE(counts[0] == c.integerUsed && counts[1] == c.decimalUsed) << c.value;
-    }
     // The longest text of all: 309 integer digits of which the last 255 fit, and 255 decimals.
     char text[700];
     snprintf(text, sizeof text, "%.255f", DBL_MAX);

@@ -18,7 +18,7 @@ namespace {
 // The error that each call fails with, where another one than ENOMEM is likelier.
 int ErrorOf(const std::string& call) {
     static const std::map<std::string, int> errors = {
-        {"fopen", ENFILE},  {"open", EACCES},  {"fread", EIO},
+        {"fopen", ENFILE},  {"open", ENFILE},  {"fread", EIO},
         {"fwrite", ENOSPC}, {"ftok", ENOENT},  {"msgget", ENOSPC},
         {"msgsnd", EAGAIN}, {"msgrcv", EIDRM}, {"msync", EIO}};
     const auto found = errors.find(call);

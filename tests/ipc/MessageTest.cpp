@@ -135,19 +135,10 @@ TEST_F(MessageTest, FullQueueMakesRoomInThreeSteps) {
 }
 
 TEST_F(MessageTest, RemovedQueue) {
-    Message other(kFlag);
-    setting.traceWay = WAY_STDOUT;
     channel.Destroy();
-    EXPECT_EQ(out.Take(), "");
-    other.Destroy();
-    EXPECT_EQ(out.Take(),
-              Of("Message: Remove message(queueid=") + ") queue ERROR(Invalid argument)!\n");
     EXPECT_EQ(Receive(4), "-");
     EXPECT_FALSE(channel.HasMsg(0));
     EXPECT_EQ(device.GeneralLog(), stamp + tag + "4) receive ERROR(Invalid argument).\n");
-    channel.InitMsg(kFlag);
-    id = msgget(ftok("/root", kFlag), 0);
-    EXPECT_TRUE(Send(1, "anew"));
 }
 
 TEST_F(MessageTest, OtherProcessAndOtherFlag) {

@@ -41,25 +41,6 @@ TEST_F(MavFileTest, TellsAboutHighDescriptors) {
     }
 }
 
-TEST_F(MavFileTest, TellsAFullSystemTableAndNothingElse) {
-    for (const int error : {ENFILE, EMFILE, ENOENT, EACCES}) {
-        const char* told = error != ENFILE
-                               ? ""
-                               : "***********Assert failed.file=MavFile,line=#,exp=false\n"
-                                 "ZEPFile: open file /mnt/x failure. errno==ENFILE\n";
-        Device::Fail("fopen", error);
-        EXPECT_EQ(MavFile::OpenFile("/mnt/x", "rb"), nullptr);
-        EXPECT_EQ(errno, error);
-        EXPECT_EQ(Told(), told);
-        errno = 0;
-        Device::Fail("open", error);
-        EXPECT_EQ(MavFile::OpenFile("/mnt/x", true), -1);
-        EXPECT_EQ(errno, error);
-        EXPECT_EQ(Told(), told);
-    }
-    EXPECT_EQ(MavFile::OpenFile(nullptr, "rb"), nullptr);
-}
-
 TEST_F(MavFileTest, DescriptorOpenEmptiesAndSynchronises) {
     device.Write("/mnt/f", "old");
     const int fd = MavFile::OpenFile("/mnt/f", false);

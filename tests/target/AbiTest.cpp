@@ -97,9 +97,8 @@ TEST(Abi, IntervalsSpanAllOfLong) {
 }
 
 TEST(Abi, ClockRunsOnAfter2038WhereItCan) {
-    const Zone zone("UTC0");
-    Device device;
-    StdoutCapture out;
+    const Terminal terminal;
+    const Device& device = terminal.device;
     const std::string now = kWideTime ? "2038-01-19 03:14:18" : "1901-12-13 20:46:02";
     Device::HoldClock(static_cast<std::time_t>(kEnd + 11));
     char record[7];
@@ -122,10 +121,8 @@ TEST(Abi, ClockRunsOnAfter2038WhereItCan) {
 }
 
 TEST(Abi, MessageTypesFillALong) {
-    const Zone zone("UTC0");
-    Device device;
-    Device::HoldClock(0);
-    StdoutCapture out;
+    const Terminal terminal(WAY_NONE);
+    const Device& device = terminal.device;
     Message queue('t');
     const unsigned char payload[] = "abc";
     unsigned char raw[sizeof(long) + 4];
@@ -149,12 +146,8 @@ TEST(Abi, MessageTypesFillALong) {
 
 // Offsets of files have 64 bits everywhere.
 TEST(Abi, LogsGrowPastTwoGigabytes) {
-    Device device;
-    StdoutCapture out;
-    TraceSetting setting;
-    setting.prefixOn = 0;
-    setting.traceWay = WAY_PUBLIC;
-    MavTrace::Setting = &setting;
+    const Terminal terminal(WAY_PUBLIC);
+    const Device& device = terminal.device;
     const std::uintmax_t size = 0x80000005ULL;
     const std::string trace = std::string(Device::kTraceDir) + "trace.log";
     for (const std::string& path : {std::string(Device::kGeneralLog), trace}) {
@@ -167,7 +160,6 @@ TEST(Abi, LogsGrowPastTwoGigabytes) {
     MavTrace(LEVEL_ERROR, 0)("line\n");
     EXPECT_EQ("line\n", device.Read(trace));
     EXPECT_TRUE(device.Exists(trace + "_bak"));
-    MavTrace::Setting = nullptr;
 }
 
 } // namespace
