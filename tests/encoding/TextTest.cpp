@@ -30,13 +30,12 @@ TEST(Bits, EveryBitOfEveryByte) {
     for (int v = 0; v < 256; ++v) {
         for (int n = 0; n < 256; ++n) {
             const int bit = n < 8 ? 1 << n : 0;
-            ASSERT_TRUE(Get_BitValue(Byte(v), n) == ((v & bit) != 0 ? 1 : 0) &&
+            ASSERT_TRUE(Get_BitValue(Byte(v), n == 255 ? INT_MIN : n) == ((v & bit) != 0 ? 1 : 0) &&
                         Set_BitValue(Byte(v), Byte(n)) == (v | bit) &&
                         Clear_BitValue(Byte(v), Byte(n)) == (v & ~bit) &&
                         Reverse_BitValue(Byte(v), Byte(n)) == (v ^ bit))
                 << v << ' ' << n;
         }
-        ASSERT_EQ(Get_BitValue(Byte(v), INT_MIN), 0);
     }
 }
 

@@ -141,12 +141,7 @@ TEST_F(MessageTest, RemovedQueue) {
     EXPECT_EQ(device.GeneralLog(), stamp + tag + "4) receive ERROR(Invalid argument).\n");
 }
 
-TEST_F(MessageTest, OtherProcessAndOtherFlag) {
-    EXPECT_TRUE(Succeeded(Start([] {
-        const unsigned char text[] = "from the child";
-        return Message(kFlag).SendData(text, sizeof text - 1, 4);
-    })));
-    EXPECT_EQ(Receive(4), "from the child");
+TEST_F(MessageTest, OtherFlagIsAnotherQueue) {
     setting.traceWay = WAY_STDOUT;
     Message others('o');
     const int otherId = msgget(ftok("/root", 'o'), 0);
