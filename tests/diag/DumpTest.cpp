@@ -94,8 +94,6 @@ TEST(MavDump, PiecesRunOnInOneLineWithOnePrefix) {
     Terminal terminal;
     MavTrace::Setting = nullptr;
     MavDump traced(LEVEL_VERBOSE, 0), silent(LEVEL_VERBOSE + 1, 0);
-    traced.OutputString(nullptr);
-    EXPECT_EQ(terminal.out.Take(), "");
     dump(silent);
     dump(traced);
     EXPECT_EQ(terminal.out.Take(), "kor(03-05 06:07:08):" + expected);

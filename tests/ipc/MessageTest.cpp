@@ -34,8 +34,6 @@ protected:
             types += std::to_string(message.type);
         return types;
     }
-    // The lines that begin like this, with the queue's number after it.
-    std::string Of(const char* text) const { return text + std::to_string(id); }
 
     struct {
         long type;
@@ -43,7 +41,8 @@ protected:
     } message = {};
     Message channel{kFlag};
     int id = msgget(ftok("/root", kFlag), 0);
-    const std::string stamp = "03-05 06:07:08\tMessage: ", tag = Of("Message(queueid=") + ",type=";
+    const std::string stamp = "03-05 06:07:08\tMessage: ",
+                      tag = "Message(queueid=" + std::to_string(id) + ",type=";
 };
 
 TEST_F(MessageTest, SendsReceivesAndSelects) {

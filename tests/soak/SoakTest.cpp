@@ -26,8 +26,7 @@ constexpr unsigned kSenders = 8;
 
 unsigned Rounds() {
     const char* text = std::getenv("MAVKIT_SOAK");
-    const int rounds = text != nullptr ? std::atoi(text) : 1;
-    return rounds > 0 ? static_cast<unsigned>(rounds) : 1;
+    return text != nullptr ? static_cast<unsigned>(std::max(std::atoi(text), 1)) : 1;
 }
 
 // One message: who sent it, its number, some bytes, and the CRC over all of it.
