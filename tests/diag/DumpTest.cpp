@@ -71,6 +71,11 @@ TEST(MavDump, FormatsEveryValue) {
               }),
               "InfoinvalidWarn|ttyp5invalid|NullTime|1970-01-02 00:00:00|1969-12-31 23:59:59"
               "0A001F0000001F1F|");
+    if (sizeof(long) == 8) {
+        EXPECT_EQ(Dumped([](MavDump& dump) { dump << LONG_MAX; }),
+                  "invalid time 9223372036854775807");
+    }
+
     TraceSetting setting;
     setting.traceWay = 77;
     setting.dataWay = WAY_PUBLIC;

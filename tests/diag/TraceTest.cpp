@@ -39,9 +39,9 @@ TEST_F(TraceTest, AssertionReportsTheSourceTextAndGoesOn) {
     EXPECT_EQ(out.Take(), head + "TraceTest,line=" + line + ",exp=fd<64\n");
     EXPECT_EQ(evaluated, 1);
     // The stem is found in any path that a build system may give.
-    for (const char* path : {"s.t", "s.t.cpp", "/a.b/s.t.cpp", "../x/s.t.x"}) {
+    for (const char* path : {"s.t", "s.t.cpp", "/a.b/s.t.cpp", "../x/s.t.x", "p/plain"}) {
         ReportFailedAssertion(path, 1, "false");
-        const char* stem = path[3] == '\0' ? "s" : "s.t";
+        const char* stem = path[3] == '\0' ? "s" : *path == 'p' ? "plain" : "s.t";
         EXPECT_EQ(out.Take(), head + stem + ",line=1,exp=false\n") << path;
     }
 }

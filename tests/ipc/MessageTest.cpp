@@ -150,6 +150,9 @@ TEST_F(MessageTest, OtherFlagIsAnotherQueue) {
     EXPECT_EQ(out.Take(), line);
     EXPECT_NE(otherId, id);
     others.Destroy();
+    Device::Fail("msgget", ENOSPC);
+    Message('Q').ClearMsg(0); // without a queue everything is silent
+    EXPECT_EQ(out.Take(), "");
 }
 
 } // namespace

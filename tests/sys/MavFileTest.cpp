@@ -74,11 +74,13 @@ TEST_F(MavFileTest, CopiesFiles) {
         EXPECT_EQ(MavFile::CopyFile(&from[0], &to[0]), 0) << size;
         EXPECT_EQ(device.Read(to), content) << size;
     }
-    EXPECT_EQ(MavFile::CopyFile(nullptr, &to[0]), -1);
-    EXPECT_EQ(MavFile::CopyFile(&from[0], nullptr), -1);
+    EXPECT_EQ(MavFile::CopyFile(nullptr, &to[0]) + MavFile::CopyFile(&from[0], nullptr), -2);
     EXPECT_EQ(MavFile::CopyFile(&nowhere[0], &to[0]), -1);
     EXPECT_TRUE(device.Exists(to)); // still there when the source cannot be opened
     EXPECT_EQ(MavFile::CopyFile(&from[0], &nowhere[0]), -1);
+    device.Write(from, content.substr(0, 5000));
+    const Limit full(RLIMIT_FSIZE, 3000); // seen when the last of it is written
+    EXPECT_EQ(MavFile::CopyFile(&from[0], &to[0]), -1);
 }
 
 // Any key in any file is tried in fuzz/FileValue.cpp.
@@ -89,9 +91,9 @@ TEST_F(MavFileTest, ReadsNoValueFromNothing) {
     EXPECT_STREQ(value, "c=d");
     EXPECT_EQ(MavFile::SetFileRead(missing, key, value), -1);
     EXPECT_STREQ(value, "");
-    EXPECT_EQ(MavFile::SetFileRead(nullptr, key, value), -1);
-    EXPECT_EQ(MavFile::SetFileRead(path, nullptr, value), -1);
-    EXPECT_EQ(MavFile::SetFileRead(path, key, nullptr), -1);
+    EXPECT_TRUE(MavFile::SetFileRead(nullptr, key, value) == -1 &&
+                MavFile::SetFileRead(path, nullptr, value) == -1 &&
+                MavFile::SetFileRead(path, key, nullptr) == -1);
 }
 
 } // namespace
