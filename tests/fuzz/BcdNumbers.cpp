@@ -29,13 +29,11 @@ void BcdNumbers(fuzz::Input in) {
     const unsigned char integers = in.Byte(), decimals = in.Byte();
     const unsigned char toIntegers = in.Byte(), toDecimals = in.Byte();
     const int exponent = static_cast<int>(in.Number());
-    fuzz::Bytes raw = in.Take(sizeof(double));
-    raw.resize(sizeof(double));
+    const fuzz::Bytes raw = in.Take(sizeof(double));
     double value;
     std::memcpy(&value, raw.data(), sizeof value);
     const unsigned int digits = static_cast<unsigned int>(integers) + decimals;
     fuzz::Bytes data = in.Take((digits + 1) / 2);
-    data.resize((digits + 1) / 2);
 
     // Bytes to a value: the digits before the first that is none, with their point.
     std::string text;

@@ -44,11 +44,10 @@ struct Input {
         return static_cast<long long>(head < 0x80 ? value : ~value);
     }
 
-    /// The next bytes, `count` of them or all that are left.
+    /// The next `count` bytes.
     Bytes Take(size_t count) {
-        const Bytes bytes(next, next + std::min(count, left));
-        next += bytes.size();
-        left -= bytes.size();
+        Bytes bytes(count);
+        std::generate(bytes.begin(), bytes.end(), [this] { return Byte(); });
         return bytes;
     }
 
