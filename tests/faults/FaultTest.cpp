@@ -243,10 +243,18 @@ TEST_F(Faults, EveryCallFailsInTurn) {
     Walk("trim", [](const Trial&) { return Text(datetrim(Day, kNow)); });
     Walk("difference",
          [](const Trial&) { return Text(datediff(Month, kNow, kNow + 86400L * 40)); });
+    Walk("difference of records", [](const Trial&) { // in months, to March 1
+        return Text(bcddatediff(Month, "\x20\x23\x12\x31\0\0", "\x20\x24\x02\x30\0\0"));
+    });
     Walk("bound above", [](const Trial&) { return Text(upboundtime(kNow, 1, Day, 1)); });
     Walk("bound below", [](const Trial&) { return Text(downboundtime(kNow, 1, Day, 1)); });
+    Walk("bound of seconds", [](const Trial&) { return Text(upboundtime(kNow, 1, Second, 90)); });
     Walk("timer point",
          [](const Trial&) { return Text(gettimerpoint(kNow, Month, 1, Hour, 2, false)); });
+    Walk("same period", [](const Trial&) {
+        unsigned char a[] = "\x20\x24\x03\x05\x06\x07", b[] = "\x20\x24\x03\x05\x07\x29\x59";
+        return Text(issameperiod(a, b, Minute, 90), issameperiod(a, b, Hour, 7));
+    });
     Walk("layout", [](const Trial&) {
         unsigned char in[] = {0x20, 0x24, 0x03, 0x05}, out[8] = {};
         const int result = ExchangeBCDTime(0x47, in, 0x97, out);

@@ -3,8 +3,6 @@
 
 namespace {
 
-const std::string kZeros(7, '\0');
-
 // clang-format off
 const struct { const char* zone; long t; const char* text; } kTimes[] = {
     {kShanghai, 0, "1970-01-01 08:00:00"},        {kNewYork, 0, "1969-12-31 19:00:00"},
@@ -24,7 +22,7 @@ TEST(BcdTime, EveryFormOfATimeIsOfTheZoneOfTheCall) {
         SCOPED_TRACE(c.text);
         const Zone zone(c.zone);
         Device::HoldClock(c.t);
-        std::string records[] = {kZeros, kZeros, kZeros};
+        std::string records[] = {"#######", "#######", "#######"};
         Time_tTimeToBCDTime7(c.t, records[0].data());
         Get_BCDTime7(c.t, records[1].data());
         Get_CurBCDTime7(records[2].data());
@@ -72,16 +70,13 @@ TEST(BcdTime, FieldsOutOfRangeAreCarried) {
     }
 }
 
-TEST(BcdTime, YearsThatNoRecordHolds) {
+TEST(BcdTime, OfALongerYearTheLastFourDigitsCount) {
+    if (LONG_MAX == INT_MAX)
+        GTEST_SKIP() << "no such years in 32 bits";
     const Zone zone(kUtc);
-    for (const auto& [t, text] : {std::pair{At("12345-06-07 08:09:10"), "2345-06-07 08:09:10"},
-                                  {LONG_MAX, "0000-00-00 00:00:00"}}) {
-        if (LONG_MAX == INT_MAX)
-            continue; // no such years in 32 bits
-        std::string record = "#######";
-        Time_tTimeToBCDTime7(t, record.data());
-        EXPECT_EQ(record, Bytes(text));
-    }
+    std::string record = "#######";
+    Time_tTimeToBCDTime7(At("12345-06-07 08:09:10"), record.data());
+    EXPECT_EQ(record, Bytes("2345-06-07 08:09:10"));
 }
 
 TEST(BcdTime, RecordsAreCopiedComparedAndTested) {

@@ -6,7 +6,6 @@
 #include "device/Device.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <climits>
 #include <gtest/gtest.h>
 
@@ -39,7 +38,7 @@ inline std::string Text(const std::tm& f) {
     return std::string(text, std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &f));
 }
 
-inline std::string Text(long t) { return t == -1 ? "none" : Text(FieldsOf(t)); }
+inline std::string Text(long t) { return Text(FieldsOf(t)); }
 
 /// The bytes of the pairs of hexadecimal digits in a text, then zeros up to `size`.
 inline std::string Bytes(const std::string& text, size_t size = 0) {
