@@ -49,27 +49,11 @@ TEST_F(MavTraceTest, RoutesByLevelAndFlags) {
             device.Remove(dir + file);
         }
     }
-}
-
-TEST_F(MavTraceTest, PrefixBelongsToTheObject) {
-    setting.prefixOn = 1;
-    MavTrace dump(LEVEL_INFO, 0);
-    dump("a");
-    dump("b%s", "\n");
-    EXPECT_EQ(out.Take(), prefix + "ab\n");
-    EXPECT_TRUE(dump.printed);
-
     // A channel that gives no stream leaves the prefix to the next one.
     Way(10);
     setting.dataWay = WAY_STDOUT;
-    MavTrace(LEVEL_INFO, 1)("c\n");
+    MavTrace(LEVEL_ERROR, 1)("c\n");
     EXPECT_EQ(out.Take(), prefix + "c\n");
-
-    setting.prefixOn = 0;
-    MavTrace plain(LEVEL_INFO, 1);
-    plain("%s\n", "100%");
-    EXPECT_EQ(out.Take(), "100%\n");
-    EXPECT_FALSE(plain.printed);
 }
 
 TEST_F(MavTraceTest, ExportFiles) {

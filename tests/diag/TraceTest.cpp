@@ -46,7 +46,7 @@ TEST_F(TraceTest, AssertionReportsTheSourceTextAndGoesOn) {
     }
 }
 
-// Any text as a name, and any code, are tried in fuzz/TraceNames.cpp.
+// Any text as a name, and any code, are tried in fuzz/Texts.cpp.
 TEST(TraceSetting, NamesAndCodes) {
     EXPECT_EQ(MAKE_TRACE_LEVEL_VAL(nullptr) + MAKE_TRACE_WAY_VAL(nullptr), 0);
 }

@@ -50,21 +50,22 @@ TEST(LowFirst, FromDouble) {
     ByteString digits = Hex(std::string(text + 54, 255) + (text + 310));
     std::reverse(digits.begin(), digits.end());
     EXPECT_EQ(longest, digits);
+    // The smallest that is not taken for zero.
+    counts[0] = 0, counts[1] = 4;
+    EXPECT_EQ(DoubleToBCD(0.0001, counts[0], counts[1], &longest[0]), 0);
+    EXPECT_EQ(longest.substr(0, 2), Hex("01 00"));
     // With its sign, which is the nibble D.
     unsigned char out[] = {0xEE, 0xEE, 0xEE, 0xEE};
     EXPECT_EQ(basechange_reverse(-1.5, 2, 0, 3, out), -1);
     EXPECT_EQ(basechange_reverse(-1.5, 2, 6, 3, out), 0);
     EXPECT_EQ(ByteString(out, 4), Hex("50 D1 00 EE"));
+    EXPECT_EQ(basechange_reverse(NAN, 2, 3, 1, out), 0); // zeros, beyond the size asked for too
+    EXPECT_EQ(ByteString(out, 4), Hex("00 00 00 EE"));
 }
 
-TEST(LowFirst, ToDoubleToAnotherLayoutAndToInteger) {
+TEST(LowFirst, ToDoubleAndToInteger) {
     const unsigned char source[16] = {0x45, 0x23, 0xF1};
     EXPECT_EQ(BCDToDouble(source, 3, 2), 123.45); // the nibble beyond does not count
-    ByteString target(4, 0xEE);
-    unsigned char copy[16] = {0x45, 0x23, 0x01};
-    EXPECT_EQ(BCDExchange(copy, 17, 2, &target[0], 4, 4), -1);
-    EXPECT_EQ(BCDExchange(copy, 4, 2, &target[0], 2, 4), 0);
-    EXPECT_EQ(target, Hex("00 45 23 EE"));
     unsigned char number[] = {0x78, 0x56, 0x34, 0x12, 0x99};
     const int kCounts[][2] = {{4, 12345678}, {1, 78}, {0, 0},       {-1, 0},
                               {INT_MIN, 0},  {5, -1}, {INT_MAX, -1}};
