@@ -15,7 +15,7 @@ constexpr int kFlag = 'm';
 class MessageTest : public TerminalTest {
 protected:
     MessageTest() : TerminalTest(WAY_NONE) {}
-    ~MessageTest() override { msgctl(id, IPC_RMID, nullptr); }
+    ~MessageTest() override { channel.Destroy(); }
 
     bool Send(long type, const std::string& text) {
         return channel.SendData(reinterpret_cast<const unsigned char*>(text.data()),
@@ -134,10 +134,17 @@ TEST_F(MessageTest, FullQueueMakesRoomInThreeSteps) {
 }
 
 TEST_F(MessageTest, RemovedQueue) {
+    setting.traceWay = WAY_STDOUT;
     channel.Destroy();
+    EXPECT_EQ(out.Take(), "");
+    channel.Destroy();
+    EXPECT_EQ(out.Take(), "Message: Remove message(queueid=" + std::to_string(id) +
+                              ") queue ERROR(Invalid argument)!\n");
     EXPECT_EQ(Receive(4), "-");
     EXPECT_FALSE(channel.HasMsg(0));
     EXPECT_EQ(device.GeneralLog(), stamp + tag + "4) receive ERROR(Invalid argument).\n");
+    channel.InitMsg(kFlag);
+    EXPECT_TRUE(Send(1, "anew"));
 }
 
 TEST_F(MessageTest, OtherFlagIsAnotherQueue) {
@@ -151,8 +158,13 @@ TEST_F(MessageTest, OtherFlagIsAnotherQueue) {
     EXPECT_NE(otherId, id);
     others.Destroy();
     Device::Fail("msgget", ENOSPC);
-    Message('Q').ClearMsg(0); // without a queue everything is silent
-    EXPECT_EQ(out.Take(), "");
+    Message none('Q');
+    const std::string log = device.GeneralLog();
+    unsigned length = 4; // without a queue everything is silent
+    EXPECT_FALSE(none.RecvMsg(&message, length, 0) || none.SendMsg(&message, 0));
+    none.ClearMsg(0);
+    none.Destroy();
+    EXPECT_EQ(device.GeneralLog() + out.Take(), log);
 }
 
 } // namespace

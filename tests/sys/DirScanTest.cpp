@@ -171,7 +171,14 @@ TEST_F(DirScanTest, ScanDirAloneEndsInTheParent) {
         EXPECT_EQ(root, fs::current_path()); // not moved
         fs::current_path("/");
     }
-    EXPECT_FALSE(DirScan::ScanDir(nullptr, 0, Record, this, -1));
+    EXPECT_FALSE(DirScan::ScanDir(nullptr, 0, Record, this, -1) ||
+                 DirScan::ScanDir("/", 0, nullptr, nullptr, -1));
+    // Below "/" no slash is doubled.
+    const auto look = [](int depth, bool, const char* directory, const char*, void*) {
+        EXPECT_NE('/', directory[1]);
+        return depth == 0;
+    };
+    EXPECT_FALSE(DirScan::ScanDir("/", 0, look, nullptr, 1));
     fs::current_path(home);
 }
 
@@ -205,6 +212,9 @@ TEST_F(DirScanTest, SplitsAPath) {
     EXPECT_STREQ("no", scan.filePart);
     EXPECT_TRUE(DirScan::IsDir(scan.root));
     EXPECT_FALSE(DirScan::IsDir(nullptr) || DirScan::IsDir("") || DirScan::IsDir("../l"));
+    Device::Fail("getcwd", ENOENT);
+    Device::Fail("open", EMFILE);
+    EXPECT_EQ(nullptr, DirScan("..").root); // there would be no way back
     fs::current_path(home);
 }
 
