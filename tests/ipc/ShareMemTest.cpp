@@ -140,6 +140,17 @@ TEST_F(ShareMemTest, ProcessesShareTheRegion) {
     })));
     EXPECT_EQ('c', region.base[kPage]);
     EXPECT_EQ('c', device.Read(path)[kPage]); // what a later start finds
+
+    // Two that start on a missing one at once: either may create it, both end up with one.
+    for (int round = 0; round < 50; ++round) {
+        device.Remove(path);
+        pid_t starters[2];
+        for (pid_t& starter : starters)
+            starter = Start([this] { return region.Init(Fill, nullptr, &calls), true; });
+        for (const pid_t starter : starters)
+            EXPECT_TRUE(Succeeded(starter));
+        EXPECT_EQ(device.Read(path).size(), std::size_t{2} * kPage);
+    }
 }
 
 TEST_F(ShareMemTest, SaveFlushesPagesAndTellsFailures) {
