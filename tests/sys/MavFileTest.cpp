@@ -81,7 +81,7 @@ TEST_F(MavFileTest, CopiesFiles) {
     EXPECT_EQ(MavFile::CopyFile(&from[0], &to[0]), -1);
 }
 
-// Any key in any file is tried in fuzz/FileValue.cpp.
+// Any key in any file is tried in fuzz/Texts.cpp.
 TEST_F(MavFileTest, ReadsNoValueFromNothing) {
     char path[] = "/mnt/missing", key[] = "ab", value[511] = "x";
     EXPECT_EQ(MavFile::SetFileRead(path, key, value), -1);
