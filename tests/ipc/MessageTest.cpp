@@ -4,7 +4,6 @@
 #include "device/Device.h"
 
 #include <cerrno>
-#include <cstring>
 #include <sys/ipc.h>
 #include <sys/msg.h>
 
@@ -54,8 +53,7 @@ TEST_F(MessageTest, SendsReceivesAndSelects) {
         const char* received;
     } cases[] = {{9, "-"}, {5, "5a"}, {-6, "2a"}, {-6, "5b"}, {-6, "-"}, {0, "7a"}, {0, "-"}};
     for (const auto& c : cases) {
-        EXPECT_EQ(channel.HasMsg(c.selector), *c.received != '-')
-            << c.selector; // and takes nothing
+        EXPECT_EQ(channel.HasMsg(c.selector), *c.received != '-') << c.selector;
         EXPECT_EQ(Receive(c.selector), c.received) << c.selector;
     }
     ASSERT_EQ(msgsnd(id, &(message = {5, {}}), 0, IPC_NOWAIT), 0);

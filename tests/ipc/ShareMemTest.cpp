@@ -142,11 +142,18 @@ TEST_F(ShareMemTest, ProcessesShareTheRegion) {
     EXPECT_EQ('c', device.Read(path)[kPage]); // what a later start finds
 
     // Two that start on a missing one at once: either may create it, both end up with one.
+    const auto isWhole = [](std::FILE* file, void*) {
+        return std::fseek(file, 0, SEEK_END) == 0 && std::ftell(file) == 2L * kPage;
+    };
     for (int round = 0; round < 50; ++round) {
         device.Remove(path);
         pid_t starters[2];
         for (pid_t& starter : starters)
-            starter = Start([this] { return region.Init(Fill, nullptr, &calls), true; });
+            starter = Start([&] {
+                ShareMem mine;
+                mine.Init(path.c_str(), 2 * kPage, Fill, isWhole, &calls);
+                return mine.base != nullptr && mine.Save(false, false);
+            });
         for (const pid_t starter : starters)
             EXPECT_TRUE(Succeeded(starter));
         EXPECT_EQ(device.Read(path).size(), std::size_t{2} * kPage);

@@ -110,8 +110,7 @@ TEST_F(DirScanTest, ReportsEveryEntryDownToTheLimit) {
     // Stopped or left by an exception at any call, it goes no further and puts everything back.
     for (stopAt = 1; stopAt <= all.size(); ++stopAt)
         for (const bool thrown : {false, true}) {
-            throws = thrown;
-            if (thrown) {
+            if ((throws = thrown)) {
                 EXPECT_THROW(Scan(), std::string);
             } else {
                 EXPECT_FALSE(Scan());
@@ -210,6 +209,8 @@ TEST_F(DirScanTest, SplitsAPath) {
     }
     scan.ParsePath(scan.filePart); // its own text
     EXPECT_STREQ("no", scan.filePart);
+    scan.ParsePath(scan.root);
+    EXPECT_STREQ(d.c_str(), scan.root);
     EXPECT_TRUE(DirScan::IsDir(scan.root));
     EXPECT_FALSE(DirScan::IsDir(nullptr) || DirScan::IsDir("") || DirScan::IsDir("../l"));
     Device::Fail("getcwd", ENOENT);

@@ -90,6 +90,8 @@ TEST(Abi, IntervalsSpanAllOfLong) {
                 later = Bytes("2039-01-01 00:00:00"), out(7, '\0');
     // What does not fit is no time, as time 0 is.
     EXPECT_EQ(Fit(kEnd + 1) == -1 ? -24855 : 347, bcddatediff(Day, end.data(), later.data()));
+    EXPECT_EQ(59, bcddatediff(Second, Bytes("2024-03-05 06:07:09").data(),
+                              Bytes("2024-03-05 06:08:08").data()));
     EXPECT_EQ(4293400447U / 60, Time_BCDTime7ToDots(first.data(), end.data(), 1));
     Add_nRadixOnBCDTime7(end.data(), 1, 1, out.data());
     EXPECT_EQ(Bytes(Fit(kEnd + 1) == -1 ? "1901-12-13 20:46:51" : "2038-01-19 03:15:07"), out);
