@@ -143,7 +143,8 @@ TEST_F(ShareMemTest, ProcessesShareTheRegion) {
 
     // Two that start on a missing one at once: either may create it, both end up with one.
     const auto isWhole = [](std::FILE* file, void*) {
-        return std::fseek(file, 0, SEEK_END) == 0 && std::ftell(file) == 2L * kPage;
+        return std::fseek(file, 0, SEEK_END) == 0 &&
+               std::ftell(file) == static_cast<long>(2 * kPage);
     };
     for (int round = 0; round < 50; ++round) {
         device.Remove(path);
