@@ -7,7 +7,6 @@
 #include <climits>
 #include <cstring>
 #include <filesystem>
-#include <gtest/gtest.h>
 
 namespace {
 
