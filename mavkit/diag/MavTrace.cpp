@@ -1,5 +1,6 @@
 #include "mavkit/diag/MavTrace.h"
 
+#include "mavkit/diag/IsTraced.h"
 #include "mavkit/sys/MavFile.h"
 #include "mavkit/time/BcdTime.h"
 
@@ -53,7 +54,22 @@ std::FILE* Rotate(std::FILE* file, const char* path) {
     return file;
 }
 
+// The channels that take a message, a bit each.
+unsigned int Takers(const TraceSetting& setting, int level, unsigned int flags) {
+    return (level <= setting.level ? 1U : 0U) | (flags & 3U) << 1;
+}
+
 } // namespace
+
+bool mavkit::IsTraced(int level, unsigned int flags) {
+    const TraceSetting& setting = MavTrace(level, flags).GetSetting();
+    const unsigned int takers = Takers(setting, level, flags);
+    const unsigned char ways[3] = {setting.traceWay, setting.dataWay, setting.scheWay};
+    for (unsigned int channel = 0; channel < 3; ++channel)
+        if ((takers >> channel & 1U) != 0 && ways[channel] > WAY_NONE && ways[channel] <= WAY_TTYP5)
+            return true;
+    return false;
+}
 
 const char MavTrace::Prefix[] = "kor";
 TraceSetting* MavTrace::Setting = nullptr;
@@ -99,8 +115,8 @@ std::FILE* MavTrace::GetExportFile(unsigned char channel, unsigned char way, con
 
 void MavTrace::operator()(const char* format, ...) {
     const TraceSetting& setting = GetSetting();
-    const bool taken[3] = {level <= setting.level, (flags & 1U) != 0, (flags & 2U) != 0};
-    if (!taken[0] && !taken[1] && !taken[2])
+    const unsigned int takers = Takers(setting, level, flags);
+    if (takers == 0)
         return;
     const unsigned char ways[3] = {setting.traceWay, setting.dataWay, setting.scheWay};
     char name[sizeof setting.name + 1]; // the record's may lack its terminator
@@ -112,7 +128,7 @@ void MavTrace::operator()(const char* format, ...) {
     std::va_list args;
     va_start(args, format);
     for (unsigned char channel = 0; channel < 3; ++channel) {
-        if (!taken[channel])
+        if ((takers >> channel & 1U) == 0)
             continue;
         std::FILE* file = GetExportFile(channel, ways[channel], name, setting.maxSize);
         if (file == nullptr)

@@ -2,6 +2,7 @@
 // of a rotation whose calls fail is in faults/outcomes.txt.
 #include "mavkit/diag/MavTrace.h"
 #include "device/Device.h"
+#include "mavkit/diag/IsTraced.h"
 
 #include <cerrno>
 #include <climits>
@@ -39,6 +40,7 @@ TEST_F(MavTraceTest, RoutesByLevelAndFlags) {
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << c.threshold << ' ' << c.level << ' ' << c.flags);
         setting.level = static_cast<unsigned char>(c.threshold);
+        EXPECT_EQ(*c.takers != '\0', mavkit::IsTraced(c.level, c.flags));
         Device::ForgetCalls();
         MavTrace(c.level, c.flags)("m%d\n", 1);
         EXPECT_EQ(Device::Calls("time"), *c.takers == '\0' ? 0 : 1);
@@ -51,7 +53,10 @@ TEST_F(MavTraceTest, RoutesByLevelAndFlags) {
     }
     // A channel that gives no stream leaves the prefix to the next one.
     Way(10);
+    setting.dataWay = WAY_NONE;
+    EXPECT_FALSE(mavkit::IsTraced(LEVEL_ERROR, 1));
     setting.dataWay = WAY_STDOUT;
+    EXPECT_TRUE(mavkit::IsTraced(LEVEL_ERROR, 1));
     MavTrace(LEVEL_ERROR, 1)("c\n");
     EXPECT_EQ(out.Take(), prefix + "c\n");
 }
