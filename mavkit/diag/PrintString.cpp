@@ -1,11 +1,12 @@
 #include "mavkit/diag/PrintString.h"
 
+#include "mavkit/encoding/HexDigits.h"
+
 #include <cstddef>
 #include <cstring>
 
 namespace {
 
-constexpr char kDigits[] = "0123456789ABCDEF";
 constexpr unsigned kLineBytes = 36;
 
 // What each byte is rendered as: two digits, a blank, and a fourth character without meaning.
@@ -16,8 +17,8 @@ struct Groups {
 constexpr Groups MakeGroups() {
     Groups groups = {};
     for (unsigned byte = 0; byte < 256; ++byte) {
-        groups.text[byte][0] = kDigits[byte >> 4];
-        groups.text[byte][1] = kDigits[byte & 0x0F];
+        groups.text[byte][0] = mavkit::kUpperHexDigits[byte >> 4];
+        groups.text[byte][1] = mavkit::kUpperHexDigits[byte & 0x0F];
         groups.text[byte][2] = ' ';
     }
     return groups;
@@ -62,12 +63,9 @@ void GetPrintString(std::string& out, const void* data, unsigned int length, boo
 void GetBcdTimeString(std::string& out, const unsigned char* time) {
     if (time == nullptr)
         return;
-    // What follows each byte: "2024-03-05 06:07:08".
-    constexpr char kAfter[7] = {0, '-', '-', ' ', ':', ':', 0};
-    for (unsigned i = 0; i < 7; ++i) {
-        out += kDigits[time[i] >> 4];
-        out += kDigits[time[i] & 0x0F];
-        if (kAfter[i] != 0)
-            out += kAfter[i];
-    }
+    char text[] = "....-..-.. ..:..:..";
+    char* to = mavkit::PutHex(text, *time); // the century, with nothing between it and the year
+    for (unsigned i = 1; i < 7; ++i)
+        to = mavkit::PutHex(to, time[i]) + 1;
+    out += text;
 }

@@ -1,5 +1,7 @@
 #include "mavkit/encoding/HexText.h"
 
+#include "mavkit/encoding/HexDigits.h"
+
 #include <cstring>
 
 namespace {
@@ -44,7 +46,7 @@ unsigned short String_Asc4TouShort(const char* text) {
 
 unsigned int String_Asc8TouLong(char* text) { return ReadHex(text, 8); }
 
-char Get_Low4ofChar(unsigned char byte) { return "0123456789ABCDEF"[byte & 0x0F]; }
+char Get_Low4ofChar(unsigned char byte) { return mavkit::kUpperHexDigits[byte & 0x0F]; }
 
 void String_uCharToAsc2(unsigned char value, char* text) { WriteHex(value, text, 2); }
 

@@ -1,6 +1,7 @@
 #include "mavkit/time/BcdTime.h"
 
 #include "mavkit/encoding/BcdByte.h"
+#include "mavkit/encoding/HexDigits.h"
 #include "mavkit/time/LocalTime.h"
 
 #include <cstring>
@@ -25,16 +26,12 @@ bool Record(time_t t, char* out) {
 
 /// Writes `pattern` at `to`, each '#' as the two hexadecimal digits of the next byte.
 char* Fill(const char* pattern, const char* bytes, char* to) {
-    static const char kDigits[] = "0123456789ABCDEF";
     char* out = to;
     for (; *pattern != '\0'; ++pattern) {
-        if (*pattern == '#') {
-            const unsigned b = static_cast<unsigned char>(*bytes++);
-            *out++ = kDigits[b >> 4];
-            *out++ = kDigits[b & 0xF];
-        } else {
+        if (*pattern == '#')
+            out = mavkit::PutHex(out, static_cast<unsigned char>(*bytes++));
+        else
             *out++ = *pattern;
-        }
     }
     *out = '\0';
     return to;
