@@ -2,6 +2,7 @@
 
 #include "mavkit/encoding/Word.h"
 #include "mavkit/sys/MavFile.h"
+#include "mavkit/sys/Stream.h"
 
 #include <algorithm>
 #include <climits>
@@ -65,24 +66,15 @@ const char* FindDelimiter(const char* next, const char* end, const char* delimit
     return static_cast<const char*>(memchr(next, *delimiter, static_cast<size_t>(end - next)));
 }
 
-// Closes the file whatever way the scope is left: growing a string may throw.
-struct OpenStream {
-    FILE* file;
-    ~OpenStream() {
-        if (file != nullptr)
-            fclose(file);
-    }
-};
-
 bool ReadText(const char* path, std::string& text) {
     static char line[1024];
-    const OpenStream stream = {path == nullptr ? nullptr : MavFile::OpenFile(path, "rt")};
-    if (stream.file == nullptr)
+    const mavkit::Stream file(MavFile::OpenFile(path, "rt")); // growing the text may throw
+    if (file == nullptr)
         return false;
-    fseek(stream.file, 0, SEEK_SET);
-    while (fgets(line, sizeof line - 1, stream.file) != nullptr)
+    fseek(file.get(), 0, SEEK_SET);
+    while (fgets(line, sizeof line - 1, file.get()) != nullptr)
         text += line;
-    return feof(stream.file) != 0 && ferror(stream.file) == 0;
+    return feof(file.get()) != 0 && ferror(file.get()) == 0;
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include "mavkit/diag/MavTrace.h"
 #include "mavkit/diag/Trace.h"
 #include "mavkit/sys/MavFile.h"
+#include "mavkit/sys/Stream.h"
 
 #include <cerrno>
 #include <cstdint>
@@ -17,23 +18,6 @@ namespace {
 
 // No path is an empty one: it cannot be opened, and can be printed.
 const char* Name(const char* path) { return path != nullptr ? path : ""; }
-
-// Closes the stream it watches when it goes, should a callback leave by an exception.
-class Closer {
-public:
-    explicit Closer(std::FILE*& fp) : fp_(fp) {}
-    ~Closer() { Close(); }
-    Closer(const Closer&) = delete;
-    Closer& operator=(const Closer&) = delete;
-    void Close() {
-        if (fp_ != nullptr)
-            std::fclose(fp_);
-        fp_ = nullptr;
-    }
-
-private:
-    std::FILE*& fp_;
-};
 
 } // namespace
 
@@ -85,25 +69,24 @@ bool ShareMem::Init(bool (*initialiser)(std::FILE*, void*), bool (*validator)(st
 
 bool ShareMem::EnsureShareFile(bool (*initialiser)(std::FILE*, void*),
                                bool (*validator)(std::FILE*, void*), void* context) {
-    std::FILE* fp = MavFile::OpenFile(Name(path), "rb");
-    Closer closer(fp);
+    mavkit::Stream fp(MavFile::OpenFile(Name(path), "rb")); // a callback may throw
     if (fp == nullptr || validator != nullptr) {
         if (fp != nullptr) {
-            const bool valid = validator(fp, context);
-            closer.Close();
+            const bool valid = validator(fp.get(), context);
+            fp.reset();
             if (valid)
                 return true;
             MavTrace(LEVEL_ERROR, 0)("ShareMem: ShareMem File %s is not valid\n", Name(path));
         }
         MavTrace(LEVEL_INFO, 0)("ShareMem: Will create new file %s for sharemem\n", Name(path));
-        fp = MavFile::OpenFile(Name(path), "wb+");
+        fp.reset(MavFile::OpenFile(Name(path), "wb+"));
         // clang-format off
         ASSERT_REPORT(fp!=NULL);
         // clang-format on
         if (fp == nullptr)
             return false;
     }
-    const bool filled = initialiser == nullptr || initialiser(fp, context);
+    const bool filled = initialiser == nullptr || initialiser(fp.get(), context);
     if (!filled)
         MavTrace(LEVEL_ERROR, 0)("ShareMem: Init sharemem file %s failed\n", Name(path));
     return filled;
