@@ -11,8 +11,9 @@
 
 namespace {
 
-// Sign, the digits of the largest double, point, as many decimals as a count can ask for, terminator.
-constexpr size_t kTextSize = 1 + (DBL_MAX_10_EXP + 1) + 1 + 255 + 1;
+// Sign, the digits of the largest double, point, as many decimals as a count can ask for,
+// terminator.
+constexpr std::size_t kTextSize = 1 + (DBL_MAX_10_EXP + 1) + 1 + 255 + 1;
 
 constexpr unsigned long long kMaxExact = 1ULL << DBL_MANT_DIG;
 
@@ -26,14 +27,14 @@ unsigned int DigitAt(const unsigned char* data, unsigned int k) {
     return k % 2 == 0 ? data[k / 2] & 0x0FU : data[k / 2] >> 4U;
 }
 
-// Formats a finite value and packs the text from its end, one nibble a character, until `digits`
-// nibbles or the text are used up. The decimal point is skipped: it is whatever is no digit, sign or
-// blank, since a locale may have another one.
+// Formats a finite value and packs the text from its end, one nibble a character, until all digits
+// are written or the text ends. The decimal point is skipped. A locale may have another one, so
+// whatever is not a digit, a sign or a blank counts as the point.
 void PackText(double value, unsigned int integerDigits, unsigned int decimalDigits,
               unsigned char* out) {
     char text[kTextSize];
-    int length = snprintf(text, sizeof text, "%*.*f", static_cast<int>(integerDigits),
-                          static_cast<int>(decimalDigits), value);
+    int length = std::snprintf(text, sizeof text, "%*.*f", static_cast<int>(integerDigits),
+                               static_cast<int>(decimalDigits), value);
     const unsigned int digits = integerDigits + decimalDigits;
     for (unsigned int k = 0; k < digits && length > 0;) {
         const char c = text[--length];
@@ -48,8 +49,8 @@ void PackText(double value, unsigned int integerDigits, unsigned int decimalDigi
     }
 }
 
-// The long way of BCDToDouble: the text "digits" "e-decimals", which has no point that a locale could
-// change, through the C library's correctly rounded conversion.
+// BCDToDouble where a double cannot do it exactly: libc converts the text "DIGITSe-DECIMALS", which
+// has no point that a locale could change.
 double ReadLongNumber(const unsigned char* data, unsigned int digits, unsigned int decimalDigits) {
     char text[255 + 255 + sizeof "e-255"];
     char* end = text;
@@ -57,8 +58,8 @@ double ReadLongNumber(const unsigned char* data, unsigned int digits, unsigned i
     while (k > 0 && DigitAt(data, k - 1) <= 9)
         *end++ = static_cast<char>('0' + DigitAt(data, --k));
     const unsigned int decimals = k < decimalDigits ? decimalDigits - k : 0;
-    snprintf(end, sizeof "e-255", "e-%u", decimals);
-    return strtod(text, nullptr);
+    std::snprintf(end, sizeof "e-255", "e-%u", decimals);
+    return std::strtod(text, nullptr);
 }
 
 } // namespace
@@ -72,7 +73,7 @@ char bcdc(char bcd) {
 }
 
 int Comp_BCD(char* a, char* b, unsigned char count) {
-    const int order = count == 0 ? 0 : memcmp(a, b, count);
+    const int order = count == 0 ? 0 : std::memcmp(a, b, count);
     return (order > 0) - (order < 0);
 }
 
@@ -87,7 +88,7 @@ int Sub_84BCD(char* out, char* a, char* b) {
         out[i] = static_cast<char>(cbcd(static_cast<char>(difference)));
     }
     if (borrow != 0) {
-        memset(out, 0, kSize);
+        std::memset(out, 0, kSize);
         return -2;
     }
     return 0;
@@ -106,7 +107,7 @@ int DoubleToBCD(double value, unsigned char& integerDigits, unsigned char& decim
     const unsigned int size = (integerDigits + decimalDigits) / 2U;
     if (size == 0)
         return 0;
-    memset(out, 0, size);
+    std::memset(out, 0, size);
     const double magnitude = std::fabs(value);
     if (std::isfinite(magnitude) && magnitude >= 0.0001)
         PackText(magnitude, integerDigits, decimalDigits, out);
@@ -124,7 +125,7 @@ double BCDToDouble(const unsigned char* data, unsigned char integerDigits,
             return ReadLongNumber(data, digits, decimalDigits);
     }
     const unsigned int decimals = k < decimalDigits ? decimalDigits - k : 0;
-    // The quotient of two exact doubles is rounded once, so it is the very value that atof gives.
+    // Both doubles are exact, so their quotient is rounded once: it is the nearest double.
     if (decimals < kPowerCount && FLT_EVAL_METHOD == 0)
         return static_cast<double>(number) / kPowers[decimals];
     return ReadLongNumber(data, digits, decimalDigits);
@@ -159,7 +160,7 @@ double mypow(int exponent) {
 }
 
 double basechange(int exponent, unsigned int count, const unsigned char* data) {
-    // Beyond a thousand a power of ten has long been infinite or zero.
+    // At a thousand, a power of ten is infinite or zero already.
     constexpr long long kFar = 1000;
     double sum = 0.0;
     for (unsigned int k = 0; k < count; ++k) {
@@ -176,10 +177,10 @@ int basechange_reverse(double value, unsigned char decimalDigits, unsigned char 
                        unsigned char size, unsigned char* out) {
     if (integerDigits == 0)
         return -1;
-    memset(out, 0, size);
+    std::memset(out, 0, size);
     if (std::isfinite(value))
         PackText(value, integerDigits, decimalDigits, out);
     else
-        memset(out, 0, (integerDigits + decimalDigits + 1U) / 2);
+        std::memset(out, 0, (integerDigits + decimalDigits + 1U) / 2);
     return 0;
 }

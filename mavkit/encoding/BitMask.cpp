@@ -9,7 +9,7 @@
 
 namespace {
 
-// The mask is worked on a machine word at a time.
+// Bits are handled a machine word at a time.
 using mavkit::kWordBytes;
 using mavkit::LoadWord;
 using mavkit::LooseWord;
@@ -17,17 +17,18 @@ using mavkit::Word;
 constexpr unsigned int kWordBits = CHAR_BIT * sizeof(Word);
 constexpr Word kAllBits = ~Word{0};
 
-// Positions are 64 bits wide: a mask may come with more than 2^32 bits from a buffer.
+// 64 bits wide: a mask read from a buffer may have more than 2^32 bits.
 using Position = unsigned long long;
 
-// A number in a text from which on more digits make no difference, and the last bit that it may name.
+// More digits than this are skipped: the number is beyond every mask already, whatever the base.
 constexpr long long kHuge = 1LL << 40;
+// The last bit that a text may set.
 constexpr long long kLastTextBit = 8388607;
 
-constexpr size_t kItemLength = 19;
+constexpr std::size_t kItemLength = 19;
 
-// Two words in a step: one vector where the processor has them.
-constexpr size_t kPairBytes = 2 * kWordBytes;
+// A union goes by two words, which are one vector register where the processor has them.
+constexpr std::size_t kPairBytes = 2 * kWordBytes;
 void UnitePair(unsigned char* to, const unsigned char* from) {
     LooseWord* const pair = reinterpret_cast<LooseWord*>(to);
     const Word first = pair[0].value | LoadWord(from);
@@ -44,12 +45,12 @@ Word CountInBytes(Word word) {
 }
 
 // The bits of up to one word, the first as the most significant one, zeros beyond the end.
-Word LoadBits(const unsigned char* bytes, size_t count) {
+Word LoadBits(const unsigned char* bytes, std::size_t count) {
     Word word = 0;
     if (count >= kWordBytes)
         word = LoadWord(bytes);
     else
-        memcpy(&word, bytes, count);
+        std::memcpy(&word, bytes, count);
 #if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
     word = static_cast<Word>(kWordBytes == 8 ? __builtin_bswap64(word)
                                              : __builtin_bswap32(static_cast<unsigned int>(word)));
@@ -57,15 +58,17 @@ Word LoadBits(const unsigned char* bytes, size_t count) {
     return word;
 }
 
-// The first set bit (flip 0) or clear bit (flip kAllBits) at or after `from`, or the mask's end.
+// Finds the first set bit (`flip` 0) or clear bit (`flip` kAllBits) at or after `from`, or the
+// mask's end. It looks at a word at a time: what is searched is made a 1 by the flip, bits before
+// `from` are masked away, and the count of leading zeros is the place in the word.
 Position FindBit(const ByteString& bits, Position from, Word flip) {
-    const size_t size = bits.size();
+    const std::size_t size = bits.size();
     Word wanted = kAllBits >> from % kWordBits;
-    for (size_t at = static_cast<size_t>(from / kWordBits) * kWordBytes; at < size;
+    for (std::size_t at = static_cast<std::size_t>(from / kWordBits) * kWordBytes; at < size;
          at += kWordBytes) {
         const Word word = (LoadBits(bits.data() + at, size - at) ^ flip) & wanted;
         if (word != 0) {
-            // The zeros that follow the mask count as clear bits, so a clear one is the end at most.
+            // LoadBits adds zeros behind the mask: a clear bit is found there at the latest.
             return static_cast<Position>(at) * CHAR_BIT +
                    static_cast<unsigned int>(__builtin_clzl(word));
         }
@@ -74,15 +77,15 @@ Position FindBit(const ByteString& bits, Position from, Word flip) {
     return static_cast<Position>(size) * CHAR_BIT;
 }
 
-// Writes a number so that it ends before `end`, and gives its first character.
+// Writes a number that ends just before `end`; returns where it begins.
 char* PutNumber(char* end, long long number) {
     Position rest = static_cast<Position>(number);
     if (number < 0)
         rest = 0 - rest;
     for (; rest > UINT_MAX; rest /= 10)
         *--end = static_cast<char>('0' + rest % 10);
-    // Nearly all numbers are here at once: the target divides 32 bits by itself, but not 64. Digits go
-    // in pairs, so that each long division is followed by two short ones that do not wait in line.
+    // The target has no instruction that divides 64 bits, so most of the work is done on 32. Digits
+    // come in pairs: one division by 100 each, whose result the next round does not wait for.
     unsigned int low = static_cast<unsigned int>(rest);
     while (low >= 10) {
         const unsigned int pair = low % 100;
@@ -97,7 +100,7 @@ char* PutNumber(char* end, long long number) {
     return end;
 }
 
-// What atoi reads at `text`, not beyond `end`; a number that an int may not hold is read on to kHuge.
+// Reads a number as atoi does, but not beyond `end` and without its limits: up to about kHuge.
 long long ReadNumber(const char* text, const char* end) {
     while (text != end && (*text == ' ' || (*text >= '\t' && *text <= '\r')))
         ++text;
@@ -111,13 +114,33 @@ long long ReadNumber(const char* text, const char* end) {
     return negative ? -number : number;
 }
 
+// Clears those of the bits from..to that lie inside the mask.
+void Clear(ByteString& bits, Position from, Position to) {
+    const Position end = static_cast<Position>(bits.size()) * CHAR_BIT;
+    if (to < from || from >= end)
+        return;
+    const std::size_t first = static_cast<std::size_t>(from / CHAR_BIT);
+    const std::size_t last = static_cast<std::size_t>(std::min(to, end - 1) / CHAR_BIT);
+    // The bits that stay. Of the mask's last byte none do when the range goes on beyond it.
+    const unsigned int head = 0xFF00U >> from % CHAR_BIT & 0xFFU;
+    const unsigned int tail = to < end ? 0xFFU >> (to % CHAR_BIT + 1) : 0;
+    unsigned char* const data = &bits[0];
+    if (first == last) {
+        data[first] = static_cast<unsigned char>(data[first] & (head | tail));
+        return;
+    }
+    data[first] = static_cast<unsigned char>(data[first] & head);
+    std::memset(data + first + 1, 0x00, last - first - 1);
+    data[last] = static_cast<unsigned char>(data[last] & tail);
+}
+
 } // namespace
 
 void BitMask::Enable(unsigned int from, unsigned int to) {
     if (to < from)
         return;
-    const size_t first = from / CHAR_BIT;
-    const size_t last = to / CHAR_BIT;
+    const std::size_t first = from / CHAR_BIT;
+    const std::size_t last = to / CHAR_BIT;
     if (bits.size() <= last)
         bits.resize(last + 1);
     unsigned char* const data = &bits[0];
@@ -128,74 +151,58 @@ void BitMask::Enable(unsigned int from, unsigned int to) {
         return;
     }
     data[first] = static_cast<unsigned char>(data[first] | head);
-    memset(data + first + 1, 0xFF, last - first - 1);
+    std::memset(data + first + 1, 0xFF, last - first - 1);
     data[last] = static_cast<unsigned char>(data[last] | tail);
 }
 
-void BitMask::Disable(unsigned int from, unsigned int to) {
-    const Position end = static_cast<Position>(bits.size()) * CHAR_BIT;
-    if (to < from || from >= end)
-        return;
-    const size_t first = from / CHAR_BIT;
-    const size_t last = std::min<size_t>(to / CHAR_BIT, bits.size() - 1);
-    // The bits that stay; beyond the end of the mask none of the last byte's do.
-    const unsigned int head = 0xFF00U >> from % CHAR_BIT & 0xFFU;
-    const unsigned int tail = to < end ? 0xFFU >> (to % CHAR_BIT + 1) : 0;
-    unsigned char* const data = &bits[0];
-    if (first == last) {
-        data[first] = static_cast<unsigned char>(data[first] & (head | tail));
-        return;
-    }
-    data[first] = static_cast<unsigned char>(data[first] & head);
-    memset(data + first + 1, 0x00, last - first - 1);
-    data[last] = static_cast<unsigned char>(data[last] & tail);
-}
+void BitMask::Disable(unsigned int from, unsigned int to) { Clear(bits, from, to); }
 
 void BitMask::Enable(const BitMask& other) {
     // The other mask may be this one: its length is read before, its bytes after this one grows.
-    const size_t size = other.bits.size();
+    const std::size_t size = other.bits.size();
     if (bits.size() <= size)
         bits.resize(size + 1);
     unsigned char* const data = &bits[0];
     const unsigned char* const source = other.bits.data();
     if (size < kPairBytes) {
-        for (size_t at = 0; at < size; ++at)
+        for (std::size_t at = 0; at < size; ++at)
             data[at] = static_cast<unsigned char>(data[at] | source[at]);
         return;
     }
-    // The last pair may take bits again, which changes nothing in a union.
-    const size_t last = size - kPairBytes;
+    // The last two words first: they may overlap the others, which changes nothing in a union.
+    const std::size_t last = size - kPairBytes;
     UnitePair(data + last, source + last);
-    for (size_t at = 0; at < last; at += kPairBytes)
+    for (std::size_t at = 0; at < last; at += kPairBytes)
         UnitePair(data + at, source + at);
 }
 
 bool BitMask::IsEnabled(unsigned int bit) const {
-    const size_t at = bit / CHAR_BIT;
+    const std::size_t at = bit / CHAR_BIT;
     return at < bits.size() && (bits[at] & 0x80U >> bit % CHAR_BIT) != 0;
 }
 
 unsigned int BitMask::EnableCount() const {
-    // The bytes of one word hold the counts of 31 words, 31 x 8 = 248: a batch and the mask's rest.
-    constexpr size_t kBatch = 30;
+    // Each byte of `counts` sums up one byte of every word: at most 8 a word, so 31 words fit: a
+    // batch of 30 and the incomplete word at the mask's end.
+    constexpr std::size_t kBatch = 30;
     constexpr Word kPairs = kAllBits / 0xFFFF * 0xFF;
     const unsigned char* next = bits.data();
-    size_t left = bits.size();
+    std::size_t left = bits.size();
     Position total = 0;
     while (left != 0) {
         Word counts = 0;
-        for (size_t words = std::min(left / kWordBytes, kBatch); words != 0; --words) {
+        for (std::size_t words = std::min(left / kWordBytes, kBatch); words != 0; --words) {
             counts += CountInBytes(LoadWord(next));
             next += kWordBytes;
             left -= kWordBytes;
         }
         if (left < kWordBytes) {
             Word rest = 0;
-            memcpy(&rest, next, left);
+            std::memcpy(&rest, next, left);
             counts += CountInBytes(rest);
             left = 0;
         }
-        // The multiplication gathers the sums of all pairs of bytes in the top 16 bits.
+        // Neighbours are added first, then the multiplication adds all pairs into the top 16 bits.
         counts = (counts & kPairs) + (counts >> 8 & kPairs);
         total += counts * (kAllBits / 0xFFFF) >> (kWordBits - 16);
     }
@@ -204,12 +211,12 @@ unsigned int BitMask::EnableCount() const {
 
 void BitMask::Trim() {
     const unsigned char* const data = bits.data();
-    size_t size = bits.size();
+    std::size_t size = bits.size();
     while (size >= kWordBytes && LoadWord(data + size - kWordBytes) == 0)
         size -= kWordBytes;
     while (size > 0 && data[size - 1] == 0)
         --size;
-    const size_t kept = size == 0 ? 1 : size + (data[size - 1] & 1U);
+    const std::size_t kept = size == 0 ? 1 : size + (data[size - 1] & 1U);
     if (kept < bits.size())
         bits.resize(kept);
 }
@@ -220,7 +227,7 @@ unsigned int BitMask::Serialize(unsigned char* buffer, unsigned int size) const 
     const unsigned int count = static_cast<unsigned int>(bits.size());
     for (unsigned int i = 0; i < 4; ++i)
         buffer[i] = static_cast<unsigned char>(count >> CHAR_BIT * i);
-    memcpy(buffer + 4, bits.data(), count);
+    std::memcpy(buffer + 4, bits.data(), count);
     return count + 4;
 }
 
@@ -250,7 +257,8 @@ void BitMask::ToString(std::string& out, int base) const {
             *--item = '-';
         }
         item = PutNumber(item, static_cast<long long>(first) - base);
-        size_t length = std::min(static_cast<size_t>(field + sizeof field - item), kItemLength);
+        std::size_t length =
+            std::min(static_cast<std::size_t>(field + sizeof field - item), kItemLength);
         if (!out.empty()) {
             *--item = ',';
             ++length;
@@ -276,13 +284,11 @@ void BitMask::ParseFrom(const char* text, bool enable, int base) {
         const bool counts = from != 0 || std::find(part, partEnd, '0') != partEnd;
         from += base;
         to = to == 0 ? from : to + base;
-        if (counts && std::min(from, to) >= 0 && std::max(from, to) <= kLastTextBit) {
-            const unsigned int first = static_cast<unsigned int>(from);
-            const unsigned int last = static_cast<unsigned int>(to);
-            if (enable)
-                Enable(first, last);
-            else
-                Disable(first, last);
+        if (counts && from >= 0 && to >= from) {
+            if (!enable)
+                Clear(bits, static_cast<Position>(from), static_cast<Position>(to));
+            else if (to <= kLastTextBit)
+                Enable(static_cast<unsigned int>(from), static_cast<unsigned int>(to));
         }
         text = *end == '\0' ? nullptr : end + 1;
     }

@@ -1,4 +1,4 @@
-// Add_CRC is inline where it is compiled in; this keeps a copy for programs that only link to it.
+// Add_CRC is inline in its header. This keeps a copy of it for programs that only link to it.
 __attribute__((used)) unsigned short Add_CRC(unsigned short crc, unsigned char byte);
 
 #include "mavkit/encoding/Bits.h"

@@ -2,11 +2,12 @@
 
 #include "mavkit/encoding/HexDigits.h"
 
+#include <cstddef>
 #include <cstring>
 
 namespace {
 
-// Zeros before a short text add nothing to its value, so the characters are simply shifted in.
+// Zeros in front of a short text would not change its value, so none are added.
 unsigned int ReadHex(const char* text, int width) {
     unsigned int value = 0;
     if (text != nullptr)
@@ -68,15 +69,15 @@ int isbcdchar(char c) {
 int String_CutLine(char* key, char* value, char* line, char separator) {
     const char* cut = nullptr;
     if (line != nullptr && separator != '\0')
-        cut = strchr(line, separator);
+        cut = std::strchr(line, separator);
     if (cut == nullptr) {
         key[0] = '\0';
         value[0] = '\0';
         return -2;
     }
-    const size_t length = static_cast<size_t>(cut - line);
-    memcpy(key, line, length);
+    const std::size_t length = static_cast<std::size_t>(cut - line);
+    std::memcpy(key, line, length);
     key[length] = '\0';
-    memmove(value, cut + 1, strlen(cut + 1) + 1);
+    std::memmove(value, cut + 1, std::strlen(cut + 1) + 1);
     return 0;
 }

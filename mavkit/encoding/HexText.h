@@ -2,8 +2,8 @@
 /// Fixed-width hexadecimal text, two-digit decimal text, and the cutting of a "key=value" line.
 ///
 /// These functions work on plain zero-terminated texts in buffers of the caller, keep no state and
-/// allocate nothing. The readers never fail: they share one digit rule that folds every character
-/// into 0..15, so text that comes from outside is checked with isbcdchar() first. The writers use the
+/// allocate nothing. The readers never fail: they share one digit rule that gives every character a
+/// value from 0 to 15. Check text from outside with `isbcdchar` first. The writers use the
 /// upper-case letters A to F, most significant digit first, and always write leading zeros and the
 /// terminator.
 ///
@@ -21,9 +21,9 @@
 /// \return 0 to 15, whatever the character.
 unsigned char Char_No1Hex(char c);
 
-/// Reads the first two characters of text as a byte, the first as its high nibble. Both are read
-/// whatever the text's length, so text must hold two characters, the terminator included: "A" reads
-/// as 0xA0. The text is not changed.
+/// Reads the first two characters of `text` as a byte, the first as its high nibble. Both are read
+/// whatever the text's length, so `text` has at least two characters, the terminator included: "A"
+/// reads as 0xA0. The text is not changed.
 /// \return the byte; 0 for a null text.
 unsigned char String_Asc2TouChar(char* text);
 
@@ -32,7 +32,7 @@ unsigned char String_Asc2TouChar(char* text);
 /// \return the 16-bit value; 0 for an empty or null text.
 unsigned short String_Asc4TouShort(const char* text);
 
-/// Reads up to eight hex digits, in the manner of String_Asc4TouShort(): "123456789" reads as
+/// Reads up to eight hex digits in the same way as `String_Asc4TouShort`: "123456789" reads as
 /// 0x12345678, "FF" as 0xFF. The text is not changed.
 /// \return the 32-bit value; 0 for an empty or null text.
 unsigned int String_Asc8TouLong(char* text);
@@ -40,32 +40,33 @@ unsigned int String_Asc8TouLong(char* text);
 /// \return the hex character, '0' to '9' or 'A' to 'F', of the byte's low nibble.
 char Get_Low4ofChar(unsigned char byte);
 
-/// Writes a byte as 2 hex characters and the terminator: 0x0A gives "0A". The buffer holds at least
-/// 3 characters.
+/// Writes a byte as 2 hex characters and the terminator: 0x0A gives "0A". `text` has room for 3
+/// characters.
 void String_uCharToAsc2(unsigned char value, char* text);
 
-/// Writes a 16-bit value as 4 hex characters and the terminator: 0xBEEF gives "BEEF". The buffer
-/// holds at least 5 characters.
+/// Writes a 16-bit value as 4 hex characters and the terminator: 0xBEEF gives "BEEF". `text` has
+/// room for 5 characters.
 void String_uShortToAsc4(unsigned short value, char* text);
 
-/// Writes the low 32 bits of value as 8 hex characters and the terminator: 1 gives "00000001". The
-/// buffer holds at least 9 characters.
+/// Writes the low 32 bits of `value` as 8 hex characters and the terminator: 1 gives "00000001".
+/// `text` has room for 9 characters.
 void String_uLongToAsc8(unsigned long value, char* text);
 
 /// Reads a decimal number of two digits from its tens and its units character.
 /// \return 0 to 99, or -2 when either is not a character '0' to '9'.
 int No2Char_Dec1(char tens, char units);
 
-/// Tells whether a character is a hex digit. Despite the name, the letters count.
+/// Reports whether a character is a hex digit. Despite the name, the letters count.
 /// \return 1 for '0' to '9', 'a' to 'f' and 'A' to 'F', otherwise 0.
 int isbcdchar(char c);
 
-/// Cuts line at the first separator: key receives what stands before it, value all that follows,
-/// further separators included. Nothing is trimmed; blanks and a trailing line feed are copied as they
-/// stand. Each of the two buffers has room for the whole line with its terminator, and neither
-/// overlaps the line or the other. The line itself is not changed. A zero separator is never found.
-/// \return 0 when the separator was found; -2 when it was not or line is null, with both buffers made
-/// empty texts.
+/// Cuts `line` at the first separator: `key` receives what stands before it, `value` all that
+/// follows, further separators included. Nothing is trimmed: blanks and a trailing line feed are
+/// copied unchanged. Each of the two buffers has room for the whole line with its terminator, and
+/// neither overlaps the line or the other. The line itself is not changed. A zero separator is
+/// never found.
+/// \return 0 when the separator was found; -2 when it was not or `line` is null, with both buffers
+/// made empty texts.
 int String_CutLine(char* key, char* value, char* line, char separator);
 
 #endif

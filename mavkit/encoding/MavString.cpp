@@ -1,17 +1,16 @@
 #include "mavkit/encoding/MavString.h"
 
-#include "mavkit/encoding/Word.h"
 #include "mavkit/sys/MavFile.h"
 #include "mavkit/sys/Stream.h"
 
 #include <algorithm>
-#include <climits>
 #include <cstdio>
 #include <cstring>
 
 namespace {
 
-// Every character as the high and as the low digit of a byte; kNoDigit for the others, which no byte is.
+// The value of every character as the high and as the low digit of a byte; kNoDigit, which is above
+// every byte, for characters that are not digits.
 constexpr unsigned int kNoDigit = 0x100;
 struct HexDigits {
     unsigned short high[256];
@@ -32,38 +31,43 @@ constexpr HexDigits MakeHexDigits() {
 
 constexpr HexDigits kHexDigits = MakeHexDigits();
 
-// The byte of two hex digits; kNoDigit or more where one of them is none.
+// The byte of two hex digits; kNoDigit or more when one of the characters is not a digit.
 unsigned int ReadPair(const unsigned char* text) {
     return static_cast<unsigned int>(kHexDigits.high[text[0]] | kHexDigits.low[text[1]]);
 }
 
-// How often one character stands in a text, a machine word at a time.
-size_t CountCharacter(const char* text, const char* end, char wanted) {
-    using mavkit::kWordBytes;
-    using mavkit::Word;
-    constexpr Word kOnes = ~Word{0} / 0xFF; // 1 in every byte
-    constexpr Word kLow = kOnes * 0x7F;     // all but the top bit of every byte
-    const Word pattern = kOnes * static_cast<unsigned char>(wanted);
-    size_t count = 0;
-    for (; static_cast<size_t>(end - text) >= kWordBytes; text += kWordBytes) {
-        const Word word = mavkit::LoadWord(text) ^ pattern;
-        // The top bit of each byte becomes 1 where the byte is 0; no sum carries into the next byte.
-        const Word zeros = ~((((word & kLow) + kLow) | word) | kLow);
-        count += (zeros >> 7) * kOnes >> (kWordBytes - 1) * CHAR_BIT;
-    }
-    for (; text != end; ++text)
-        if (*text == wanted)
-            ++count;
-    return count;
-}
-
-// The next occurrence of a delimiter of `step` characters, or null.
-const char* FindDelimiter(const char* next, const char* end, const char* delimiter, size_t step) {
+// Finds the next occurrence of a delimiter of `step` characters; null when there is none.
+const char* FindDelimiter(const char* next, const char* end, const char* delimiter,
+                          std::size_t step) {
     if (step == 0)
         return nullptr;
     if (step > 1)
-        return strstr(next, delimiter);
-    return static_cast<const char*>(memchr(next, *delimiter, static_cast<size_t>(end - next)));
+        return std::strstr(next, delimiter);
+    return static_cast<const char*>(
+        std::memchr(next, *delimiter, static_cast<std::size_t>(end - next)));
+}
+
+// The number of fields that splitting appends, so that the list grows once, and by no more than
+// that.
+std::size_t CountFields(const char* text, const char* end, const char* delimiter, std::size_t step,
+                        bool keepEmpty) {
+    if (step == 0)
+        return 1;
+    std::size_t fields = 0;
+    if (step == 1) {
+        // Without branches: a field ends where a character that counts stands before a delimiter.
+        char before = *delimiter;
+        for (; text != end; ++text) {
+            fields += *text == *delimiter && (keepEmpty || before != *delimiter) ? 1U : 0U;
+            before = *text;
+        }
+        return fields + (keepEmpty || before != *delimiter ? 1U : 0U);
+    }
+    while (const char* const cut = FindDelimiter(text, end, delimiter, step)) {
+        fields += keepEmpty || cut != text ? 1U : 0U;
+        text = cut + step;
+    }
+    return fields + (keepEmpty || text != end ? 1U : 0U);
 }
 
 bool ReadText(const char* path, std::string& text) {
@@ -71,10 +75,10 @@ bool ReadText(const char* path, std::string& text) {
     const mavkit::Stream file(MavFile::OpenFile(path, "rt")); // growing the text may throw
     if (file == nullptr)
         return false;
-    fseek(file.get(), 0, SEEK_SET);
-    while (fgets(line, sizeof line - 1, file.get()) != nullptr)
+    std::fseek(file.get(), 0, SEEK_SET);
+    while (std::fgets(line, sizeof line - 1, file.get()) != nullptr)
         text += line;
-    return feof(file.get()) != 0 && ferror(file.get()) == 0;
+    return std::feof(file.get()) != 0 && std::ferror(file.get()) == 0;
 }
 
 } // namespace
@@ -82,23 +86,13 @@ bool ReadText(const char* path, std::string& text) {
 int strings::addfrom(const char* text, const char* delimiter, bool keepEmpty) {
     if (text == nullptr)
         return 0;
-    const size_t step = delimiter == nullptr ? 0 : strlen(delimiter);
-    const char* end = text + strlen(text);
-    // The list grows once, and by no more than the fields that the text has room for: where empty ones
-    // are left out, each of the others has a character.
-    size_t fields = 1;
-    if (step == 1)
-        fields += CountCharacter(text, end, *delimiter);
-    else
-        for (const char* at = text; (at = FindDelimiter(at, end, delimiter, step)) != nullptr;
-             at += step)
-            ++fields;
-    if (!keepEmpty && step != 0)
-        fields = std::min(fields, static_cast<size_t>(end - text) - (fields - 1) * step);
+    const std::size_t step = delimiter == nullptr ? 0 : std::strlen(delimiter);
+    const char* end = text + std::strlen(text);
+    const std::size_t fields = CountFields(text, end, delimiter, step, keepEmpty);
     std::string ownText;
     std::string ownDelimiter;
     if (fields > capacity() - size()) {
-        if (!empty()) { // growing moves the strings, and either text may be one of them
+        if (!empty()) { // growing moves the strings, and the arguments may be among them
             text = ownText.assign(text, end).c_str();
             end = text + ownText.size();
             if (step != 0)
@@ -106,7 +100,7 @@ int strings::addfrom(const char* text, const char* delimiter, bool keepEmpty) {
         }
         reserve(std::max(size() + fields, 2 * size()));
     }
-    const size_t old = size();
+    const std::size_t old = size();
     while (text != nullptr) {
         const char* const cut = FindDelimiter(text, end, delimiter, step);
         const char* const stop = cut == nullptr ? end : cut;
@@ -120,16 +114,16 @@ int strings::addfrom(const char* text, const char* delimiter, bool keepEmpty) {
 int ParseHexStr(const char* text, ByteString& bytes) {
     if (text == nullptr)
         return 0;
-    // Read as unsigned characters with the terminator, which is no digit, in reach of the last one.
+    // The terminator is not a digit, so a pair may be read at the last character too.
     const unsigned char* next = reinterpret_cast<const unsigned char*>(text);
-    const unsigned char* const end = next + strlen(text);
-    const size_t old = bytes.size();
+    const unsigned char* const end = next + std::strlen(text);
+    const std::size_t old = bytes.size();
     // Every byte but the last takes two characters.
-    bytes.resize(old + (static_cast<size_t>(end - next) + 1) / 2);
+    bytes.resize(old + (static_cast<std::size_t>(end - next) + 1) / 2);
     unsigned char* const first = &bytes[0] + old;
     unsigned char* out = first;
     while (next < end) {
-        // Four pairs in a round, as long as there is nothing else.
+        // Four pairs in a round, as long as all characters are digits.
         for (; end - next >= 8; next += 8, out += 4) {
             const unsigned int a = ReadPair(next);
             const unsigned int b = ReadPair(next + 2);
@@ -142,8 +136,8 @@ int ParseHexStr(const char* text, ByteString& bytes) {
             out[2] = static_cast<unsigned char>(c);
             out[3] = static_cast<unsigned char>(d);
         }
-        // Where there is something else more of it is likely: on by characters for a while. A digit
-        // takes the next one along, digit or not; anything else is skipped.
+        // One character that is not a digit is likely to be followed by more: the next 64 are read
+        // one by one. A digit consumes the next character, digit or not; others are skipped.
         const unsigned char* const pause = end - next > 64 ? next + 64 : end;
         while (next < pause) {
             const unsigned int alone = kHexDigits.low[*next];
@@ -155,7 +149,7 @@ int ParseHexStr(const char* text, ByteString& bytes) {
             ++next;
         }
     }
-    bytes.resize(old + static_cast<size_t>(out - first));
+    bytes.resize(old + static_cast<std::size_t>(out - first));
     return 0;
 }
 

@@ -1,6 +1,4 @@
-/// \file
-/// Bytes taken a machine word at a time, from any address. Private to the library: the bit masks and
-/// the splitter share it.
+// Bytes read a machine word at a time, from any address.
 
 #ifndef MAVKIT_ENCODING_WORD_H
 #define MAVKIT_ENCODING_WORD_H
@@ -11,15 +9,15 @@ namespace mavkit {
 
 using Word = unsigned long;
 
-constexpr size_t kWordBytes = sizeof(Word);
+constexpr std::size_t kWordBytes = sizeof(Word);
 
-/// A word that may lie anywhere among other data. (A copy of a word by memcpy would do as well, but
-/// becomes a call on the target when it is built for size.)
+// A word at any address, among data of any type. (std::memcpy of a word would do as well, but
+// becomes a call on the target when it is built for size.)
 struct __attribute__((packed, may_alias)) LooseWord {
     Word value;
 };
 
-/// \return the word at `bytes`, in the processor's byte order.
+// Returns the word at `bytes`, in the processor's byte order.
 inline Word LoadWord(const void* bytes) { return static_cast<const LooseWord*>(bytes)->value; }
 
 } // namespace mavkit

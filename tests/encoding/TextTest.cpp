@@ -30,44 +30,48 @@ TEST(Bits, EveryBitOfEveryByte) {
     for (int v = 0; v < 256; ++v) {
         for (int n = 0; n < 256; ++n) {
             const int bit = n < 8 ? 1 << n : 0;
-            ASSERT_TRUE(Get_BitValue(Byte(v), n == 255 ? INT_MIN : n) == ((v & bit) != 0 ? 1 : 0) &&
-                        Set_BitValue(Byte(v), Byte(n)) == (v | bit) &&
-                        Clear_BitValue(Byte(v), Byte(n)) == (v & ~bit) &&
-                        Reverse_BitValue(Byte(v), Byte(n)) == (v ^ bit))
-                << v << ' ' << n;
+            const unsigned char byte = Byte(v);
+            ASSERT_EQ((v & bit) != 0 ? 1 : 0, Get_BitValue(byte, n)) << v << ' ' << n;
+            ASSERT_EQ(v | bit, Set_BitValue(byte, Byte(n))) << v << ' ' << n;
+            ASSERT_EQ(v & ~bit, Clear_BitValue(byte, Byte(n))) << v << ' ' << n;
+            ASSERT_EQ(v ^ bit, Reverse_BitValue(byte, Byte(n))) << v << ' ' << n;
         }
     }
+    for (const int n : {INT_MIN, -1, 32, INT_MAX})
+        EXPECT_EQ(0, Get_BitValue(0xFF, n)) << n;
 }
 
 TEST(Bits, PackedBytesAndCrcs) {
-    EXPECT_TRUE(char_ushort(0x34, -128) == 0x8034 && char_ushort(-1, 0x12) == 0x12FF);
-    EXPECT_EQ(char_ulong(0x78, -1, 0x34, -2), 0xFE34FF78U);
-    EXPECT_EQ(char_ulong(-1, 0x56, -2, 0x12), 0x12FE56FFU);
+    EXPECT_EQ(0x8034, char_ushort(0x34, -128));
+    EXPECT_EQ(0x12FF, char_ushort(-1, 0x12));
+    EXPECT_EQ(0xFE34FF78U, char_ulong(0x78, -1, 0x34, -2));
+    EXPECT_EQ(0x12FE56FFU, char_ulong(-1, 0x56, -2, 0x12));
     for (unsigned int i = 0; i < 256; ++i) {
         unsigned int entry = i << 8;
         for (int shift = 0; shift < 8; ++shift)
             entry = entry << 1 ^ ((entry & 0x8000) != 0 ? 0x11021 : 0);
-        ASSERT_EQ(crc_tbl[i], entry) << i;
+        ASSERT_EQ(entry, crc_tbl[i]) << i;
     }
     unsigned short crcs[] = {0xFFFF, 0}; // CRC-16/IBM-3740 and CRC-16/XMODEM
     for (unsigned char digit = '1'; digit <= '9'; ++digit)
         for (unsigned short& crc : crcs)
             crc = Add_CRC(crc, digit);
-    EXPECT_TRUE(crcs[0] == 0x29B1 && crcs[1] == 0x31C3);
+    EXPECT_EQ(0x29B1, crcs[0]);
+    EXPECT_EQ(0x31C3, crcs[1]);
 }
 
 TEST(HexText, EveryCharacter) {
     const std::string digits = "0123456789ABCDEF0123456789abcdef";
     for (int code = 0; code < 256; ++code) {
         const char c = static_cast<char>(code);
-        const size_t at = digits.find(c);
-        const int folded = code - (code >= 0x41 && code < 0x80 ? 0x37 : 0x30);
-        EXPECT_EQ(isbcdchar(c), at != std::string::npos) << code;
-        EXPECT_EQ(Char_No1Hex(c), at != std::string::npos ? at % 16 : folded & 0x0F) << code;
+        const std::size_t at = digits.find(c);
+        const int folded = (code - (code >= 0x41 && code < 0x80 ? 0x37 : 0x30)) & 0x0F;
+        EXPECT_EQ(at != digits.npos ? 1 : 0, isbcdchar(c)) << code;
+        EXPECT_EQ(at != digits.npos ? int(at % 16) : folded, Char_No1Hex(c)) << code;
         const bool decimal = code >= '0' && code <= '9';
-        EXPECT_EQ(No2Char_Dec1('9', c), decimal ? 90 + code - '0' : -2) << code;
-        EXPECT_EQ(No2Char_Dec1(c, '7'), decimal ? (code - '0') * 10 + 7 : -2) << code;
-        EXPECT_EQ(Get_Low4ofChar(Byte(code)), digits[static_cast<size_t>(code % 16)]);
+        EXPECT_EQ(decimal ? 90 + code - '0' : -2, No2Char_Dec1('9', c)) << code;
+        EXPECT_EQ(decimal ? (code - '0') * 10 + 7 : -2, No2Char_Dec1(c, '7')) << code;
+        EXPECT_EQ(digits[static_cast<std::size_t>(code % 16)], Get_Low4ofChar(Byte(code)));
     }
 }
 
@@ -75,27 +79,28 @@ TEST(HexText, LinesAndNumbers) {
     for (const auto& c : kLines) {
         char key[16] = "old";
         char value[16] = "old";
-        EXPECT_EQ(String_CutLine(key, value, const_cast<char*>(c.line), c.end), c.result);
-        EXPECT_TRUE(key == std::string(c.key) && value == std::string(c.value)) << c.key;
+        EXPECT_EQ(c.result, String_CutLine(key, value, const_cast<char*>(c.line), c.end)) << c.key;
+        EXPECT_STREQ(c.key, key);
+        EXPECT_STREQ(c.value, value);
     }
     for (const auto& c : kReads) {
-        EXPECT_EQ(String_Asc4TouShort(c.digits), c.asShort) << c.asLong;
-        EXPECT_EQ(String_Asc8TouLong(const_cast<char*>(c.digits)), c.asLong);
+        EXPECT_EQ(c.asShort, String_Asc4TouShort(c.digits)) << c.asLong;
+        EXPECT_EQ(c.asLong, String_Asc8TouLong(const_cast<char*>(c.digits)));
     }
-    EXPECT_EQ(String_Asc2TouChar(nullptr), 0);
-    EXPECT_EQ(String_Asc2TouChar(std::string("3fF").data()), 0x3F);
+    EXPECT_EQ(0, String_Asc2TouChar(nullptr));
+    EXPECT_EQ(0x3F, String_Asc2TouChar(std::string("3fF").data()));
 
     std::string text[] = {"~~~~", "~~~~~~", "~~~~~~~~~~", "~~~~~~~~~~"};
     String_uCharToAsc2(0x0A, text[0].data());
     String_uShortToAsc4(0xBEEF, text[1].data());
     String_uLongToAsc8(1, text[2].data());
     String_uLongToAsc8(static_cast<unsigned long>(0xFFF12345678ULL), text[3].data());
-    EXPECT_EQ(text[0] + text[1] + text[2] + text[3],
-              std::string("0A\0~BEEF\0~00000001\0~12345678\0~", 30));
+    EXPECT_EQ(std::string("0A\0~BEEF\0~00000001\0~12345678\0~", 30),
+              text[0] + text[1] + text[2] + text[3]);
 }
 
-// The strings of a list from one on, with a bar behind each.
-std::string Joined(const strings& list, size_t from) {
+// The strings of a list from `from` on, each with a bar after it.
+std::string Joined(const strings& list, std::size_t from) {
     std::string text;
     for (; from < list.size(); ++from)
         text += list[from] + "|";
@@ -106,24 +111,36 @@ TEST(Strings, Split) {
     for (const auto& [text, delimiter, all, filled] : kSplits) {
         strings list; // grows for the first, and again for the second
         for (const bool keepEmpty : {true, false}) {
-            const size_t before = list.size();
+            const std::size_t before = list.size();
             const int count = list.addfrom(text, delimiter, keepEmpty);
-            EXPECT_EQ(Joined(list, before), keepEmpty ? all : filled);
-            EXPECT_EQ(list.size() - before, static_cast<size_t>(count)) << all;
+            EXPECT_EQ(keepEmpty ? all : filled, Joined(list, before));
+            EXPECT_EQ(static_cast<std::size_t>(count), list.size() - before) << all;
         }
     }
     strings own; // its own texts, which move when it grows
     own.addfrom("1,2,3,4,5,6|,|over and over and over, again", "|", true);
     own.addfrom(own[0].c_str(), own[1].c_str(), true);
     own.addfrom(own[2].c_str(), own[1].c_str(), true);
-    EXPECT_EQ(Joined(own, 3), "1|2|3|4|5|6|over and over and over| again|");
+    EXPECT_EQ("1|2|3|4|5|6|over and over and over| again|", Joined(own, 3));
+}
+
+TEST(Strings, SplitReservesWhatItAppends) {
+    for (const char* const delimiter : {",", ",,"}) {
+        for (const bool keepEmpty : {true, false}) {
+            std::string text(1024, ',');
+            text.insert(512, "field");
+            strings list;
+            list.addfrom(text.c_str(), delimiter, keepEmpty);
+            EXPECT_EQ(list.size(), list.capacity()) << delimiter << keepEmpty;
+        }
+    }
 }
 
 TEST(HexParse, TextAndFile) {
     ByteString bytes = Hex("55");
-    EXPECT_EQ(ParseHexStr(nullptr, bytes), 0);
-    EXPECT_EQ(ParseHexStr("123 4:5", bytes), 0);
-    EXPECT_EQ(bytes, Hex("55 12 03 04 05"));
+    EXPECT_EQ(0, ParseHexStr(nullptr, bytes));
+    EXPECT_EQ(0, ParseHexStr("123 4:5", bytes));
+    EXPECT_EQ(Hex("55 12 03 04 05"), bytes);
     const Device device;
     const char* const path = "/mnt/sd/meter.hex";
     // Pairs go on over the pieces of a long line, but not over a line end.
@@ -133,16 +150,17 @@ TEST(HexParse, TextAndFile) {
         text += "aBcaBc";
         expected += Hex("AB CA BC");
     }
-    text += std::string("\n12\0 34\n56", 10); // hidden by a zero byte: the rest of its line
+    // A zero byte hides the rest of its piece: of a line, or of 1022 characters of a long one.
+    text += std::string("\n12\0 34\n56\n78\0", 14) + std::string(1020, '9') + "AB";
     bytes = Hex("55");
     device.Write(path, text);
-    EXPECT_EQ(ParseHexFromFile(path, bytes), 0);
-    EXPECT_EQ(bytes, expected + Hex("12 56"));
+    EXPECT_EQ(0, ParseHexFromFile(path, bytes));
+    EXPECT_EQ(expected + Hex("12 56 78 9A 0B"), bytes);
     Device::Fail("fgets", EIO, 1, 1);
     for (const char* const none : {path, "/mnt/sd/none", "/mnt/sd"}) // a directory opens, no more
-        EXPECT_EQ(ParseHexFromFile(none, bytes = Hex("55")), -1) << none;
-    EXPECT_EQ(ParseHexFromFile(nullptr, bytes), -1);
-    EXPECT_EQ(bytes, Hex("55"));
+        EXPECT_EQ(-1, ParseHexFromFile(none, bytes = Hex("55"))) << none;
+    EXPECT_EQ(-1, ParseHexFromFile(nullptr, bytes));
+    EXPECT_EQ(Hex("55"), bytes);
 }
 
 } // namespace

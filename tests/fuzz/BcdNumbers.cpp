@@ -35,7 +35,7 @@ void BcdNumbers(fuzz::Input in) {
     const unsigned int digits = static_cast<unsigned int>(integers) + decimals;
     fuzz::Bytes data = in.Take((digits + 1) / 2);
 
-    // Bytes to a value: the digits before the first that is none, with their point.
+    // Bytes to a value: the digits before the first nibble that is not a digit, with their point.
     std::string text;
     bool valid = true;
     for (unsigned int k = digits; k-- > 0 && valid;) {

@@ -11,15 +11,15 @@
 
 namespace {
 
-constexpr size_t kPiece = 511;
+constexpr std::size_t kPiece = 511;
 
 // The value of the key, or none and not found.
 std::string Find(const std::string& file, const std::string& key, bool& found) {
-    for (size_t at = 0, end = 0; at < file.size(); at = end) {
+    for (std::size_t at = 0, end = 0; at < file.size(); at = end) {
         end = std::min({file.find('\n', at), file.size() - 1, at + kPiece - 1}) + 1;
         const std::string piece(file.substr(at, end - at).c_str());
         const std::string line = piece.substr(0, piece.find_first_of("\r\n"));
-        const size_t cut = line.find('=');
+        const std::size_t cut = line.find('=');
         found = piece.size() >= 4 && key == (cut == line.npos ? "" : line.substr(0, cut));
         if (found)
             return cut == line.npos ? "" : line.substr(cut + 1);
@@ -35,15 +35,16 @@ void HexText(fuzz::Input in) {
     const std::string digits = "0123456789abcdefABCDEF";
     ByteString wanted(1, 'w');
     ByteString bytes = wanted;
-    for (size_t at = 0; (at = text.find_first_of(digits, at)) != std::string::npos; at += 2) {
+    for (std::size_t at = 0; (at = text.find_first_of(digits, at)) != std::string::npos; at += 2) {
         const std::string pair = text.substr(at, 2);
         const std::string byte = pair.substr(0, pair.find_first_not_of(digits));
         wanted += static_cast<unsigned char>(std::stoul(byte, nullptr, 16));
     }
-    CHECK(ParseHexStr(text.c_str(), bytes) == 0 && bytes == wanted);
+    CHECK(ParseHexStr(text.c_str(), bytes) == 0);
+    CHECK(bytes == wanted);
 }
 
-// Split at any delimiter: joined again it is the text, and no field holds the delimiter.
+// Split at any delimiter: joined again it is the text, and no field has the delimiter in it.
 void SplitText(fuzz::Input in) {
     const std::string delimiter = in.Text(in.Byte() % 4);
     const std::string text = in.Text(in.left);
@@ -58,8 +59,10 @@ void SplitText(fuzz::Input in) {
         if (!field.empty() || delimiter.empty())
             wanted.push_back(field);
     }
-    CHECK(count == static_cast<int>(all.size()) && more == static_cast<int>(filled.size()));
-    CHECK(joined == text + delimiter && filled == wanted);
+    CHECK(count == static_cast<int>(all.size()));
+    CHECK(more == static_cast<int>(filled.size()));
+    CHECK(joined == text + delimiter);
+    CHECK(filled == wanted);
 }
 
 // Any text as the name of a level or way, any code back to its name.
@@ -81,7 +84,7 @@ void TraceNames(fuzz::Input in) {
     }
 }
 
-// A key looked up in a file of any bytes, against a reader that holds the file as a whole.
+// A key looked up in a file of any bytes, against a reader that has the whole file in memory.
 void FileValue(fuzz::Input in) {
     static const int fd = memfd_create("fuzz", MFD_CLOEXEC);
     static std::string path = "/proc/self/fd/" + std::to_string(fd);
