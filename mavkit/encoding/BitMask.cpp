@@ -1,6 +1,7 @@
 #include "mavkit/encoding/BitMask.h"
 
 #include "mavkit/diag/MavDump.h"
+#include "mavkit/encoding/LittleEndian.h"
 #include "mavkit/encoding/Word.h"
 
 #include <algorithm>
@@ -225,8 +226,7 @@ unsigned int BitMask::Serialize(unsigned char* buffer, unsigned int size) const 
     if (buffer == nullptr || static_cast<Position>(bits.size()) + 4 > size)
         return 0;
     const unsigned int count = static_cast<unsigned int>(bits.size());
-    for (unsigned int i = 0; i < 4; ++i)
-        buffer[i] = static_cast<unsigned char>(count >> CHAR_BIT * i);
+    mavkit::PutNumber32(buffer, count);
     std::memcpy(buffer + 4, bits.data(), count);
     return count + 4;
 }
@@ -234,9 +234,7 @@ unsigned int BitMask::Serialize(unsigned char* buffer, unsigned int size) const 
 unsigned int BitMask::Deserialize(const unsigned char* buffer, unsigned int size) {
     if (buffer == nullptr || size < 4)
         return 0;
-    unsigned int count = 0;
-    for (unsigned int i = 0; i < 4; ++i)
-        count |= static_cast<unsigned int>(buffer[i]) << CHAR_BIT * i;
+    const unsigned int count = mavkit::GetNumber32(buffer);
     if (size - 4 < count)
         return 0;
     bits.assign(buffer + 4, count);

@@ -1,11 +1,14 @@
 #include "mavkit/ipc/IpcInfo.h"
 
 #include "mavkit/diag/Trace.h"
+#include "mavkit/encoding/LittleEndian.h"
 
 #include <climits>
 #include <cstdint>
 #include <cstring>
 #include <ctime>
+
+using mavkit::GetNumber32;
 
 namespace {
 
@@ -14,17 +17,6 @@ constexpr unsigned int kHead = 32;
 // Bytes of a flat record with strings of these lengths.
 std::uint64_t Total(std::uint64_t length1, std::uint64_t length2, std::uint64_t length3) {
     return kHead + length1 + length2 + length3;
-}
-
-unsigned char* PutNumber(unsigned char* slot, unsigned int value) {
-    for (int shift = 0; shift < 32; shift += 8)
-        *slot++ = static_cast<unsigned char>(value >> shift);
-    return slot;
-}
-
-unsigned int GetNumber(const unsigned char* slot) {
-    return slot[0] | static_cast<unsigned int>(slot[1]) << 8 |
-           static_cast<unsigned int>(slot[2]) << 16 | static_cast<unsigned int>(slot[3]) << 24;
 }
 
 // Copies `bytes` up to its first zero byte and fills the rest of its span with zero bytes.
@@ -47,16 +39,20 @@ unsigned int IpcInfo::Serialize(unsigned char* buffer, unsigned int capacity) co
     const std::uint64_t total = Total(bytes1.size(), bytes2.size(), bytes3.size());
     if (buffer == nullptr || capacity < total)
         return 0;
-    unsigned char* at = buffer;
-    at = PutNumber(at, static_cast<unsigned int>(first));
-    at = PutNumber(at, static_cast<unsigned int>(second));
-    at = PutNumber(at, static_cast<unsigned int>(type));
-    at = PutNumber(at, static_cast<unsigned int>(createTime));
-    at = PutNumber(at, lifetime);
     // Each length is below the total, which is not above the capacity: it fits.
-    at = PutNumber(at, static_cast<unsigned int>(bytes1.size()));
-    at = PutNumber(at, static_cast<unsigned int>(bytes2.size()));
-    at = PutNumber(at, static_cast<unsigned int>(bytes3.size()));
+    const unsigned int numbers[] = {static_cast<unsigned int>(first),
+                                    static_cast<unsigned int>(second),
+                                    static_cast<unsigned int>(type),
+                                    static_cast<unsigned int>(createTime),
+                                    lifetime,
+                                    static_cast<unsigned int>(bytes1.size()),
+                                    static_cast<unsigned int>(bytes2.size()),
+                                    static_cast<unsigned int>(bytes3.size())};
+    unsigned char* at = buffer;
+    for (const unsigned int number : numbers) {
+        mavkit::PutNumber32(at, number);
+        at += 4;
+    }
     at = PutText(at, bytes1);
     at = PutText(at, bytes2);
     PutText(at, bytes3);
@@ -66,14 +62,14 @@ unsigned int IpcInfo::Serialize(unsigned char* buffer, unsigned int capacity) co
 unsigned int IpcInfo::Deserialize(unsigned char* buffer, unsigned int length) {
     if (buffer == nullptr || length < kHead)
         return 0;
-    first = static_cast<int>(GetNumber(buffer));
-    second = static_cast<int>(GetNumber(buffer + 4));
-    type = static_cast<int>(GetNumber(buffer + 8));
-    createTime = static_cast<int>(GetNumber(buffer + 12));
-    lifetime = GetNumber(buffer + 16);
-    const unsigned int length1 = GetNumber(buffer + 20);
-    const unsigned int length2 = GetNumber(buffer + 24);
-    const unsigned int length3 = GetNumber(buffer + 28);
+    first = static_cast<int>(GetNumber32(buffer));
+    second = static_cast<int>(GetNumber32(buffer + 4));
+    type = static_cast<int>(GetNumber32(buffer + 8));
+    createTime = static_cast<int>(GetNumber32(buffer + 12));
+    lifetime = GetNumber32(buffer + 16);
+    const unsigned int length1 = GetNumber32(buffer + 20);
+    const unsigned int length2 = GetNumber32(buffer + 24);
+    const unsigned int length3 = GetNumber32(buffer + 28);
     if (length < Total(length1, length2, length3))
         return 0;
 
