@@ -3,6 +3,7 @@
 #include "mavkit/diag/MavTrace.h"
 #include "mavkit/diag/PrintString.h"
 #include "mavkit/diag/Trace.h"
+#include "mavkit/diag/Traced.h"
 
 #include <cerrno>
 #include <cstddef>
@@ -11,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <string>
 #include <sys/ipc.h>
 #include <sys/msg.h>
@@ -31,6 +33,20 @@ Buffer NewBuffer(std::size_t length) {
     return Buffer(length > SIZE_MAX - kExtra
                       ? nullptr
                       : static_cast<unsigned char*>(std::malloc(length + kExtra)));
+}
+
+// The message is in the queue by now. Without memory for the line only the line is lost.
+void TraceSent(int queueId, long type, const unsigned char* payload, unsigned int length) try {
+    char head[128];
+    const int headLength = std::snprintf(
+        head, sizeof head, "Message(queueid=%d,type=%ld) send succeed(%d bytes):", queueId, type,
+        static_cast<int>(length));
+    std::string line;
+    line.reserve(sizeof head + 4 * std::size_t{length}); // enough: it grows only once
+    line.append(head, static_cast<std::size_t>(headLength));
+    GetPrintString(line, payload, length, true, 0);
+    MavTrace(LEVEL_VERBOSE, 0)("%s\n", line.c_str());
+} catch (const std::bad_alloc&) {
 }
 
 } // namespace
@@ -65,7 +81,7 @@ bool Message::RecvMsg(void* ipMsgBuff, unsigned int& length, long selector) {
         GENERAL_LOG("Message: Message(queueid=%d,type=%ld) receive failed because ipMsgBuff is too "
                     "small.\n",
                     queueId_, selector);
-        // Out of the queue with it, or it would be in the way of every receive to come.
+        // Takes it out of the queue, cut to the capacity: it would block every later receive.
         msgrcv(queueId_, ipMsgBuff, length, selector, IPC_NOWAIT | MSG_NOERROR);
     } else if (errno != ENOMSG) {
         GENERAL_LOG("Message: Message(queueid=%d,type=%ld) receive ERROR(%s).\n", queueId_,
@@ -93,8 +109,8 @@ bool Message::RecvData(unsigned char* bytes, unsigned int& length, long selector
 bool Message::HasMsg(long selector) {
     if (queueId_ == -1)
         return false;
-    // A message that does not fit into no room at all stays where it is and is told as too big. The
-    // buffer is real all the same: some kernels and emulators refuse a null one first.
+    // With no room for the payload the kernel leaves the message in the queue and reports E2BIG.
+    // The buffer is real all the same: some kernels and emulators refuse a null one first.
     long probe[2];
     return msgrcv(queueId_, probe, 0, selector, IPC_NOWAIT) == -1 && errno == E2BIG;
 }
@@ -119,28 +135,20 @@ bool Message::SendMsg(void* msg, unsigned int length) {
         return true;
     long type;
     std::memcpy(&type, msg, kTypeSize);
-    if (msgsnd(queueId_, msg, length, IPC_NOWAIT) == -1) {
-        const long upToType = static_cast<long>(0UL - static_cast<unsigned long>(type));
-        const long drains[3] = {type, upToType, 0};
-        int tried = 0;
-        do {
-            if (tried == 3) {
-                GENERAL_LOG("Message: Message(queueid=%d,type=%ld) send ERROR(%s)!\n", queueId_,
-                            type, std::strerror(errno));
-                return false;
-            }
-            ClearMsg(drains[tried++]);
-        } while (msgsnd(queueId_, msg, length, IPC_NOWAIT) == -1);
+    // -type, with no overflow for the lowest type.
+    const long upToType = static_cast<long>(0UL - static_cast<unsigned long>(type));
+    const long drains[] = {type, upToType, 0};
+    const long* drain = drains;
+    while (msgsnd(queueId_, msg, length, IPC_NOWAIT) == -1) {
+        if (drain == drains + 3) {
+            GENERAL_LOG("Message: Message(queueid=%d,type=%ld) send ERROR(%s)!\n", queueId_, type,
+                        std::strerror(errno));
+            return false;
+        }
+        ClearMsg(*drain++);
     }
-    char head[128];
-    const int headLength = std::snprintf(
-        head, sizeof head, "Message(queueid=%d,type=%ld) send succeed(%d bytes):", queueId_, type,
-        static_cast<int>(length));
-    std::string line;
-    line.reserve(sizeof head + 4 * std::size_t{length}); // enough, so that it grows but once
-    line.append(head, static_cast<std::size_t>(headLength));
-    GetPrintString(line, static_cast<unsigned char*>(msg) + kTypeSize, length, true, 0);
-    MavTrace(LEVEL_VERBOSE, 0)("%s\n", line.c_str());
+    if (mavkit::IsTraced(LEVEL_VERBOSE))
+        TraceSent(queueId_, type, static_cast<const unsigned char*>(msg) + kTypeSize, length);
     return true;
 }
 
