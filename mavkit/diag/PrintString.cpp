@@ -63,9 +63,6 @@ void GetPrintString(std::string& out, const void* data, unsigned int length, boo
 void GetBcdTimeString(std::string& out, const unsigned char* time) {
     if (time == nullptr)
         return;
-    char text[] = "....-..-.. ..:..:..";
-    char* to = mavkit::PutHex(text, *time); // the century, with nothing between it and the year
-    for (unsigned i = 1; i < 7; ++i)
-        to = mavkit::PutHex(to, time[i]) + 1;
-    out += text;
+    char text[sizeof "2024-03-05 06:07:08"];
+    out += mavkit::FillHex("##-#-# #:#:#", time, text);
 }

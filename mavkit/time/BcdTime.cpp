@@ -24,19 +24,6 @@ bool Record(time_t t, char* out) {
     return true;
 }
 
-/// Writes `pattern` at `to`, each '#' as the two hexadecimal digits of the next byte.
-char* Fill(const char* pattern, const char* bytes, char* to) {
-    char* out = to;
-    for (; *pattern != '\0'; ++pattern) {
-        if (*pattern == '#')
-            out = mavkit::PutHex(out, static_cast<unsigned char>(*bytes++));
-        else
-            *out++ = *pattern;
-    }
-    *out = '\0';
-    return to;
-}
-
 char ToBcd(int value) {
     return static_cast<char>(mavkit::ToBcdByte(static_cast<unsigned int>(value)));
 }
@@ -121,7 +108,7 @@ void Time_tTimeToAscTime14(long t, char* out) {
     char record[kRecord];
     *out = '\0';
     if (Record(t, record))
-        Fill("#######", record, out);
+        mavkit::FillHex("#######", record, out);
 }
 
 void Time_Asc14TimeTotmTime(char* in, tm* out) {
@@ -154,7 +141,7 @@ bool IsBcd7Time(unsigned char const* t) {
     return true;
 }
 
-char* bcdtimestr(char* t) { return Fill("##-#-# #:#:#", t, dateText); }
+char* bcdtimestr(char* t) { return mavkit::FillHex("##-#-# #:#:#", t, dateText); }
 
 char* timestr(long* t) {
     char record[kRecord];
@@ -171,5 +158,5 @@ char* shorttimestr(long* t) {
         clockText[0] = '\0';
         return clockText;
     }
-    return Fill("#:#:#", record + 4, clockText);
+    return mavkit::FillHex("#:#:#", record + 4, clockText);
 }
