@@ -1,9 +1,9 @@
 #include "mavkit/ipc/Message.h"
 
+#include "mavkit/diag/IsTraced.h"
 #include "mavkit/diag/MavTrace.h"
 #include "mavkit/diag/PrintString.h"
 #include "mavkit/diag/Trace.h"
-#include "mavkit/diag/Traced.h"
 
 #include <cerrno>
 #include <cstddef>
@@ -147,7 +147,7 @@ bool Message::SendMsg(void* msg, unsigned int length) {
         }
         ClearMsg(*drain++);
     }
-    if (mavkit::IsTraced(LEVEL_VERBOSE))
+    if (mavkit::IsTraced(LEVEL_VERBOSE, 0))
         TraceSent(queueId_, type, static_cast<const unsigned char*>(msg) + kTypeSize, length);
     return true;
 }
