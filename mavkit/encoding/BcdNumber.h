@@ -25,10 +25,10 @@
 /// locale. Pointers are valid for the bytes that the counts name, unless an operation says
 /// otherwise.
 ///
-/// Where a decimal text stands behind a conversion, libc makes it. The libcs differ in two places:
-/// a tie (0.125 to two decimals) is rounded to even by glibc and musl and up by uClibc, and uClibc
-/// prints at most 17 significant digits, the rest as zeros. Values with up to 15 digits that came
-/// from BCD give the same bytes everywhere.
+/// The conversions from a double go through libc's "%f". On a tie (0.125 to two decimals) glibc and
+/// musl round to even, uClibc rounds up; and uClibc has at most 17 significant digits and writes
+/// zeros for the others. A number of at most 15 digits gives the same bytes on every libc when it is
+/// written to a layout of at most 15 digits that has all its decimals.
 
 #ifndef MAVKIT_ENCODING_BCDNUMBER_H
 #define MAVKIT_ENCODING_BCDNUMBER_H

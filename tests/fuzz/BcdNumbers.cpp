@@ -7,6 +7,13 @@
 
 namespace {
 
+// The atof of uClibc is not exact in its last bits; all others give the nearest double.
+#ifdef __UCLIBC__
+constexpr double kAtofError = 1e-15;
+#else
+constexpr double kAtofError = 0;
+#endif
+
 // The last digits of a value's text, packed; a minus sign is the nibble D.
 fuzz::Bytes Pack(double value, int integers, int decimals) {
     char text[1200];
@@ -45,7 +52,7 @@ void BcdNumbers(fuzz::Input in) {
         valid = digit <= 9;
     }
     const double read = BCDToDouble(data.data(), integers, decimals);
-    CHECK(read == std::atof(text.c_str()));
+    CHECK(std::fabs(read - std::atof(text.c_str())) <= kAtofError * read);
     CHECK(!valid || std::fabs(basechange(-decimals, digits, data.data()) - read) <= 1e-12 * read);
     CHECK(!valid || digits > 15 || digits % 2 != 0 || Pack(read, integers, decimals) == data);
     CHECK(basechange(exponent, digits, data.data()) >= 0);
