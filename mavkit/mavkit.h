@@ -1,9 +1,10 @@
 /// \file
 /// Everything that mavkit offers, in one include. Programs that want less include the header of the
-/// facility alone; each header stands by itself.
+/// facility alone; each header stands by itself. The build installs what is included here.
 #ifndef MAVKIT_MAVKIT_H
 #define MAVKIT_MAVKIT_H
 
+#include "mavkit/Version.h"
 #include "mavkit/diag/Assert.h"
 #include "mavkit/diag/MavDump.h"
 #include "mavkit/diag/MavTrace.h"

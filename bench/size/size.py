@@ -37,7 +37,7 @@ def by_file(path):
     for section, size, origin in re.findall(
             r"^ (\.\S+)\s+0x[0-9a-f]+\s+(0x[0-9a-f]+) (\S+)$", text, re.M):
         kind = kind_of(section)
-        source = re.search(r"/mavkit/(\w+/\w+)\.cpp\.o$", origin)
+        source = re.search(r"/mavkit/((?:\w+/)?\w+)\.cpp\.o$", origin)
         if kind and int(size, 16):
             row = sizes.setdefault(source.group(1) if source else "startup, linker", {})
             row[kind] = row.get(kind, 0) + int(size, 16)

@@ -1,9 +1,10 @@
 #!/bin/sh
-# consumer.sh BUILDDIR [--accept-abi]: installs what BUILDDIR holds, moves it elsewhere, and uses it as
+# consumer.sh [--accept-abi]: installs the library, moves the installation elsewhere, and uses it as
 # somebody else would: every public header alone in C++11, the guide's programs built four ways and
-# run, and the exported symbols held against cmake/abi.txt. Run it at the root of the tree.
+# run, a project that has mavkit in its tree, uninstalling, and the exported symbols compared with
+# cmake/abi.txt. Run it at the root of the tree.
 set -eu
-build=$(cd "$1" && pwd)
+build=$PWD/build/consumer
 programs="files frame mask queue region schedule trace" # something of every family
 abi=cmake/abi.txt
 work=$(mktemp -d)
@@ -30,19 +31,19 @@ refused() {
 }
 
 # In a prefix of its own, with a plain lib; then to a place that the installation never heard of.
-quietly cmake -S . -B "$build" -DCMAKE_INSTALL_LIBDIR=lib
+quietly cmake --preset library -B "$build" -DCMAKE_INSTALL_LIBDIR=lib
 quietly cmake --build "$build"
 quietly cmake --install "$build" --prefix "$work/first"
 mkdir "$work/moved"
-mv "$work/first" "$prefix"
+cp -a "$work/first" "$prefix"
 export PKG_CONFIG_LIBDIR="$lib/pkgconfig" CMAKE_PREFIX_PATH="$prefix"
 
-# --- The public headers, no more and no less, each by itself.
+quietly cmake --build "$build" --target uninstall
+rest=$(find "$work/first" ! -type d -o -path '*mavkit*')
+[ -z "$rest" ] || fail "uninstalled, but still there: $rest"
+
+# --- The public headers, each by itself.
 (cd "$prefix/include" && find mavkit -type f) | sort >"$work/headers"
-{
-    echo mavkit/mavkit.h
-    sed -n 's/^#include "\(.*\)"/\1/p' mavkit/mavkit.h
-} | sort | diff - "$work/headers" || fail "these headers are not both installed and in mavkit/mavkit.h"
 for compiler in g++ clang++; do
     command -v $compiler >/dev/null || continue
     while read -r header; do
@@ -52,15 +53,12 @@ for compiler in g++ clang++; do
     echo "$(wc -l <"$work/headers") headers alone as C++11: $compiler"
 done
 
-# --- Four ways to the programs, which do what they do in the tree.
+# --- Four ways to the programs, which do the same each time.
 output() { # PROGRAM FILE: what it prints, run in an empty directory
     mkdir "$work/run"
     (cd "$work/run" && LD_LIBRARY_PATH=$lib "$1") >"$2" 2>&1 || fail "failed: $1"
     rm -r "$work/run"
 }
-for program in $programs; do
-    output "$build/docs/examples/$program" "$work/$program.expected"
-done
 check() { # NAME DIRECTORY static|shared
     for program in $programs; do
         needed=$(readelf -d "$2/$program" | grep -c 'NEEDED.*\[libmavkit\.so\.1\]' || true)
@@ -69,6 +67,7 @@ check() { # NAME DIRECTORY static|shared
         *) fail "$1, $program: not linked to the $3 library" ;;
         esac
         output "$2/$program" "$work/printed"
+        [ -e "$work/$program.expected" ] || cp "$work/printed" "$work/$program.expected"
         diff "$work/$program.expected" "$work/printed" || fail "$1, $program: prints something else"
     done
     echo "$1, $3: $(echo "$programs" | wc -w) programs at work"
@@ -104,17 +103,36 @@ check pkg-config "$work/pc-static" static
 with_pkg_config "$work/pc-shared" "" --cflags --libs
 check pkg-config "$work/pc-shared" shared
 
+# --- In the tree of another project: in a shared object of its own, and exported for others.
+embedded() { # DIRECTORY OPTION...
+    directory=$1
+    shift
+    quietly cmake -S "$source/embedded" -B "$directory" -G Ninja -DCMAKE_INSTALL_LIBDIR=lib "$@"
+    quietly cmake --build "$directory"
+    quietly cmake --install "$directory" --prefix "$directory/installed"
+}
+embedded "$work/own" -DOWN_EXPORT=ON -DBUILD_SHARED_LIBS=ON
+readelf -d "$work/own/libplugin.so" | grep -q 'NEEDED.*libmavkit\.so\.1' ||
+    fail "BUILD_SHARED_LIBS does not reach mavkit in another project's tree"
+embedded "$work/beside"
+CMAKE_PREFIX_PATH=$work/beside/installed with_cmake user -DEMBEDDED=ON
+quietly "$work/user/user"
+grep -qx "mavkit $(pkg-config --modversion mavkit)" "$work/log" ||
+    fail "mavkit_version() is not the version of the package"
+echo "In another project's tree: shared and static, exported, in a shared object"
+
 # --- What the shared library exports. The list is that of 64-bit hosts.
 {
     readelf -d "$lib/libmavkit.so" | sed -n 's/.*(SONAME).*\[\(.*\)\]/SONAME \1/p'
     nm -DC --defined-only --without-symbol-versions "$lib/libmavkit.so" | cut -d' ' -f3-
 } | LC_ALL=C sort -u >"$work/abi"
-if [ "${2-}" = --accept-abi ]; then
+if [ "${1-}" = --accept-abi ]; then
     cp "$work/abi" "$abi"
 elif ! diff -u --label "$abi" --label "this library" "$abi" "$work/abi"; then
-    fail "the exported symbols have changed. What was there and is gone (-) or changed breaks every
-program that is linked to the library: then the major version goes up. If the change is meant,
+    fail "the exported names have changed. One that is gone (-) breaks every program that is
+linked to the library: then the major version goes up. A new one (+) needs a new minor version.
+docs/versions.md says more. If the change is meant,
     ./run consumer --accept-abi
-makes it the list to hold, to be committed with it."
+makes this the list, to be committed with it."
 fi
 echo "$(wc -l <"$work/abi") exported names: as in $abi"

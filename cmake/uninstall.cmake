@@ -1,0 +1,23 @@
+# Removes the files that an installation listed in MANIFEST, and the directories that this leaves
+# empty, up to the prefix's own ones.
+if(NOT EXISTS "${MANIFEST}")
+  message(FATAL_ERROR "Nothing was installed from this build: there is no ${MANIFEST}.")
+endif()
+file(STRINGS "${MANIFEST}" files)
+foreach(file IN LISTS files)
+  set(path "$ENV{DESTDIR}${file}")
+  if(EXISTS "${path}" OR IS_SYMLINK "${path}")
+    message(STATUS "Removing ${path}")
+    file(REMOVE "${path}")
+  endif()
+  # Only directories of mavkit's own: include/mavkit, lib/cmake/mavkit, share/doc/mavkit.
+  cmake_path(GET path PARENT_PATH directory)
+  while(directory MATCHES "/mavkit(/|$)")
+    file(GLOB rest "${directory}/*")
+    if(rest)
+      break()
+    endif()
+    file(REMOVE_RECURSE "${directory}")
+    cmake_path(GET directory PARENT_PATH directory)
+  endwhile()
+endforeach()

@@ -1,0 +1,22 @@
+/// \file
+/// Which mavkit this is. The macros are the version of the headers that a program was compiled with;
+/// `mavkit_version` is that of the library that it runs with, which may be a later one of the same
+/// major version. What may change from one to the next is described in docs/versions.md.
+#ifndef MAVKIT_VERSION_H
+#define MAVKIT_VERSION_H
+
+/// The three numbers of the version: each is below 100.
+#define MAVKIT_VERSION_MAJOR 1
+#define MAVKIT_VERSION_MINOR 0
+#define MAVKIT_VERSION_PATCH 0
+
+/// One number to compare with: major * 10000 + minor * 100 + patch, so 10203 is 1.2.3. For the
+/// preprocessor: `#if MAVKIT_VERSION >= 10100`.
+#define MAVKIT_VERSION                                                                             \
+    (MAVKIT_VERSION_MAJOR * 10000 + MAVKIT_VERSION_MINOR * 100 + MAVKIT_VERSION_PATCH)
+
+/// The version of the library that the program runs with, to be logged or shown.
+/// \return a text such as "1.0.0", which stays
+const char* mavkit_version();
+
+#endif
