@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <cstdarg>
 #include <cstdio>
@@ -14,17 +15,21 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <linux/capability.h>
+#include <new>
 #include <sys/ipc.h>
 #include <sys/mman.h>
 #include <sys/msg.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
 
-// A wrapped call, and the fault that it is to have. Plain arrays: malloc is one of them, so that
-// they must not allocate.
+// A wrapped call, and the fault that it is to have. A plain array: malloc and operator new are
+// among the calls, so nothing here may allocate.
 struct Call {
     const char* name;
     int calls = 0;
@@ -32,27 +37,55 @@ struct Call {
     int times = 0;
     int skip = 0;
 };
-Call table[] = {{"fopen"},  {"open"},      {"openat"}, {"time"},   {"system"},  {"settime"},
-                {"mktime"}, {"localtime"}, {"malloc"}, {"calloc"}, {"strdup"},  {"lseek"},
-                {"fread"},  {"fwrite"},    {"fgets"},  {"ftok"},   {"msgget"},  {"msgsnd"},
-                {"msgrcv"}, {"msgctl"},    {"mmap"},   {"msync"},  {"opendir"}, {"fdopendir"},
-                {"chdir"},  {"fchdir"},    {"getcwd"}, {"socket"}, {"ioctl"}};
+Call table[] = {{"fopen"},   {"fdopen"},    {"open"},    {"openat"}, {"fdopendir"}, {"readdir"},
+                {"lstat"},   {"fstatat"},   {"remove"},  {"chdir"},  {"fchdir"},    {"getcwd"},
+                {"fread"},   {"fwrite"},    {"fgets"},   {"fflush"}, {"fseek"},     {"fclose"},
+                {"fprintf"}, {"vfprintf"},  {"write"},   {"lseek"},  {"fcntl"},     {"mmap"},
+                {"munmap"},  {"msync"},     {"ftok"},    {"msgget"}, {"msgsnd"},    {"msgrcv"},
+                {"msgctl"},  {"malloc"},    {"calloc"},  {"strdup"}, {"new"},       {"time"},
+                {"mktime"},  {"localtime"}, {"settime"}, {"system"}, {"socket"},    {"ioctl"}};
 
 Device* device = nullptr;
+int paused = 0;
 bool held = false;
 std::time_t heldTime = 0;
+std::size_t mappedBytes = 0;
+// Message queues that this test or one of its child processes asked for, by flag; shared by all.
+unsigned char* const queueFlags = static_cast<unsigned char*>(
+    mmap(nullptr, 256, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+
+[[noreturn]] void Die(const char* what, const char* name) {
+    std::fprintf(stderr, "Device: %s: %s\n", what, name);
+    std::abort();
+}
+
+// No test sets the machine's clock, even as root and by a call that is not wrapped: the process
+// gives up the right to do so before the first test starts.
+bool GiveUpClock() {
+    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct sets[2] = {};
+    constexpr unsigned bit = 1U << CAP_SYS_TIME;
+    if (syscall(SYS_capget, &header, sets) != 0)
+        Die("cannot read the capabilities", std::strerror(errno));
+    for (unsigned* set : {&sets[0].effective, &sets[0].permitted, &sets[0].inheritable})
+        *set &= ~bit;
+    if (syscall(SYS_capset, &header, sets) != 0)
+        Die("cannot give up the right to set the clock", std::strerror(errno));
+    return true;
+}
+[[maybe_unused]] const bool clockIsSafe = GiveUpClock();
 
 Call& Find(const char* name) {
     for (Call& call : table)
         if (std::strcmp(call.name, name) == 0)
             return call;
-    std::fprintf(stderr, "Device: no call named %s\n", name);
-    std::abort();
+    Die("no such call", name);
 }
 
-// Counts the call, and tells whether it is to fail; then errno is set.
-bool Fails(const char* name) {
-    Call& call = Find(name);
+// Counts the call, and reports whether it is to fail; then errno is set.
+bool Fails(Call& call) {
+    if (paused > 0)
+        return false;
     ++call.calls;
     if (call.times == 0 || call.skip-- > 0)
         return false;
@@ -62,38 +95,96 @@ bool Fails(const char* name) {
     return true;
 }
 
-// The path to use in place of `path`; `buffer` gives it room.
-const char* Mapped(const char* path, std::string& buffer) {
-    if (device != nullptr && path != nullptr &&
-        (std::strncmp(path, "/mnt/", 5) == 0 || std::strncmp(path, "/dev/pts/", 9) == 0 ||
-         std::strcmp(path, "/root") == 0))
-        path = (buffer = device->Path(path)).c_str();
+// The same for the call of this name; the table is searched once for each place in the source.
+#define FAILS(name)                                                                                \
+    ([] {                                                                                          \
+        static Call& call = Find(name);                                                            \
+        return Fails(call);                                                                        \
+    }())
+
+bool StartsWith(const char* path, const std::string& directory) {
+    return std::strncmp(path, directory.c_str(), directory.size()) == 0 &&
+           (path[directory.size()] == '/' || path[directory.size()] == '\0');
+}
+
+// Whether a file at `path` is the test's own to change.
+bool IsOwn(const char* path) {
+    char current[PATH_MAX] = "";
+    if (*path == '/')
+        return StartsWith(path, device->Path("")) || std::strcmp(path, "/dev/null") == 0;
+    return getcwd(current, sizeof current) != nullptr && StartsWith(current, device->Path(""));
+}
+
+// The path to use in place of `path`; `buffer` gives it room. A path of the terminal without a
+// stand-in, or a change outside of it, ends the test before it touches anything of the machine.
+const char* Mapped(const char* path, std::string& buffer, bool changes = false) {
+    const FaultsPaused pause;
+    if (path == nullptr)
+        return path;
+    for (const char* directory : {"/mnt", "/dev/pts", "/root"})
+        if (StartsWith(path, directory)) {
+            if (device == nullptr)
+                Die("no stand-in for", path);
+            path = (buffer = device->Path(path)).c_str();
+            break;
+        }
+    if (changes && device != nullptr && !IsOwn(path))
+        Die("not below the stand-in", path);
     return path;
 }
 
+bool Changes(int flags) { return (flags & (O_ACCMODE | O_CREAT | O_TRUNC)) != O_RDONLY; }
+
 // Never the machine's own clock.
 int SetClock(std::time_t time) {
-    if (device != nullptr)
+    if (device != nullptr) {
+        const FaultsPaused pause;
         device->clockSets.push_back(time);
-    return Fails("settime") ? -1 : 0;
+    }
+    return FAILS("settime") ? -1 : 0;
 }
 
 long CountDescriptors() {
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
+// Bytes that a mapping of `length` takes.
+std::size_t Pages(std::size_t length) {
+    const auto page = static_cast<std::size_t>(getpagesize());
+    return (length + page - 1) / page * page;
+}
+
 } // namespace
 
-// A call and its 64-bit name are one wrapper: which symbol the libc's headers choose is asked here.
-#if defined(_FILE_OFFSET_BITS) && _FILE_OFFSET_BITS == 64 && __SIZEOF_LONG__ == 4
-#define FILE64(name) #name "64"
-#else
-#define FILE64(name) #name
-#endif
-#if defined(_TIME_BITS) && _TIME_BITS == 64 && __SIZEOF_LONG__ == 4
+// The symbol behind a call where file offsets, times, or file states with their times are 64 bits
+// wide and long is not. Each libc has names of its own.
+#if __SIZEOF_LONG__ == 8
+#define FILE64(name) name
+#define TIME64(name, wide) name
+#define STAT64(name) name
+#elif defined(__GLIBC__) || defined(__UCLIBC__)
+#define FILE64(name) name "64"
+#if defined(_TIME_BITS) && _TIME_BITS == 64
 #define TIME64(name, wide) wide
+#define STAT64(name) "__" name "64_time64"
+#define FCNTL "__fcntl_time64"
 #else
 #define TIME64(name, wide) name
+#define STAT64(name) name "64"
+#define FCNTL "fcntl64"
+#endif
+#define IOCTL_MSGCTL(name, wide) TIME64(name, wide)
+#else // musl: offsets always have 64 bits
+#define FILE64(name) name
+#define TIME64(name, wide) wide
+#define STAT64(name) "__" name "_time64"
+#define IOCTL_MSGCTL(name, wide) name
+#endif
+#ifndef IOCTL_MSGCTL
+#define IOCTL_MSGCTL(name, wide) name
+#endif
+#ifndef FCNTL
+#define FCNTL "fcntl"
 #endif
 
 #define WRAPPED(result, name, symbol, parameters)                                                  \
@@ -104,25 +195,52 @@ long CountDescriptors() {
 // A wrapper that only counts and fails.
 #define WRAP_FAULT(result, name, symbol, failure, parameters, arguments)                           \
     WRAPPED(result, name, symbol, parameters) {                                                    \
-        return Fails(#name) ? failure : Real_##name arguments;                                     \
+        return FAILS(#name) ? failure : Real_##name arguments;                                     \
     }
 
-WRAPPED(std::FILE*, fopen, FILE64(fopen), (const char* path, const char* mode)) {
-    std::string buffer;
-    return Fails("fopen") ? nullptr : Real_fopen(Mapped(path, buffer), mode);
-}
+// The same for a call on a path: `changes` says whether it changes what stands there.
+#define WRAP_PATH(result, name, symbol, failure, parameters, changes, arguments)                   \
+    WRAPPED(result, name, symbol, parameters) {                                                    \
+        std::string buffer;                                                                        \
+        path = Mapped(path, buffer, changes);                                                      \
+        return FAILS(#name) ? failure : Real_##name arguments;                                     \
+    }
 
-WRAPPED(int, open, FILE64(open), (const char* path, int flags, ...)) {
+WRAP_PATH(std::FILE*, fopen, FILE64("fopen"), nullptr, (const char* path, const char* mode),
+          std::strpbrk(mode, "wa+") != nullptr, (path, mode))
+WRAP_PATH(int, remove, "remove", -1, (const char* path), true, (path))
+WRAP_PATH(int, lstat, STAT64("lstat"), -1, (const char* path, struct stat* s), false, (path, s))
+WRAP_PATH(int, fstatat, STAT64("fstatat"), -1,
+          (int dir, const char* path, struct stat* s, int flags), false, (dir, path, s, flags))
+WRAP_PATH(int, chdir, "chdir", -1, (const char* path), false, (path))
+
+WRAPPED(int, open, FILE64("open"), (const char* path, int flags, ...)) {
     std::va_list args;
     va_start(args, flags);
     const unsigned mode = (flags & O_CREAT) != 0 ? va_arg(args, unsigned) : 0;
     va_end(args);
     std::string buffer;
-    return Fails("open") ? -1 : Real_open(Mapped(path, buffer), flags, mode);
+    path = Mapped(path, buffer, Changes(flags));
+    return FAILS("open") ? -1 : Real_open(path, flags, mode);
+}
+
+WRAPPED(int, openat, FILE64("openat"), (int dir, const char* path, int flags, ...)) {
+    std::string buffer;
+    if (Changes(flags))
+        Die("a file changed by openat", path);
+    path = Mapped(path, buffer);
+    return FAILS("openat") ? -1 : Real_openat(dir, path, flags);
+}
+
+WRAPPED(key_t, ftok, "ftok", (const char* path, int id)) {
+    std::string buffer;
+    path = Mapped(path, buffer);
+    queueFlags[id & 0xFF] = 1;
+    return FAILS("ftok") ? -1 : Real_ftok(path, id);
 }
 
 WRAPPED(std::time_t, time, TIME64("time", "__time64"), (std::time_t * out)) {
-    if (Fails("time"))
+    if (FAILS("time"))
         return -1;
     const std::time_t now = held ? heldTime : Real_time(nullptr);
     if (out != nullptr)
@@ -132,9 +250,10 @@ WRAPPED(std::time_t, time, TIME64("time", "__time64"), (std::time_t * out)) {
 
 WRAPPED(int, system, "system", (const char* command)) {
     if (device == nullptr)
-        return Real_system(command);
-    if (Fails("system"))
+        Die("no stand-in to run", command);
+    if (FAILS("system"))
         return -1;
+    const FaultsPaused pause;
     device->commands.emplace_back(command);
     return device->commandResult;
 }
@@ -145,19 +264,37 @@ WRAPPED(int, clock_settime, TIME64("clock_settime", "__clock_settime64"),
 }
 
 #ifdef MAVKIT_HAVE_STIME
-extern "C" int Wrap_stime(const std::time_t* time) __asm__("__wrap_stime");
-int Wrap_stime(const std::time_t* time) { return SetClock(*time); }
+WRAPPED(int, stime, TIME64("stime", "__stime64"), (const std::time_t* time)) {
+    return SetClock(*time);
+}
 #endif
 
-WRAPPED(int, msync, "msync", (void* address, std::size_t length, int flags)) {
-    if (device != nullptr)
-        device->msyncFlags.push_back(flags);
-    return Fails("msync") ? -1 : Real_msync(address, length, flags);
+WRAPPED(void*, mmap, FILE64("mmap"),
+        (void* at, std::size_t length, int access, int flags, int fd, off_t from)) {
+    void* base = FAILS("mmap") ? MAP_FAILED : Real_mmap(at, length, access, flags, fd, from);
+    if (base != MAP_FAILED)
+        mappedBytes += Pages(length);
+    return base;
 }
 
-WRAPPED(key_t, ftok, "ftok", (const char* path, int id)) {
-    std::string buffer;
-    return Fails("ftok") ? -1 : Real_ftok(Mapped(path, buffer), id);
+// What gives something up gives it up even where it reports a failure.
+WRAPPED(int, munmap, "munmap", (void* base, std::size_t length)) {
+    mappedBytes -= Pages(length);
+    const int result = Real_munmap(base, length);
+    return FAILS("munmap") ? -1 : result;
+}
+
+WRAPPED(int, fclose, "fclose", (std::FILE * file)) {
+    const int result = Real_fclose(file);
+    return FAILS("fclose") ? EOF : result;
+}
+
+WRAPPED(int, msync, "msync", (void* address, std::size_t length, int flags)) {
+    if (device != nullptr) {
+        const FaultsPaused pause;
+        device->msyncFlags.push_back(flags);
+    }
+    return FAILS("msync") ? -1 : Real_msync(address, length, flags);
 }
 
 WRAP_FAULT(std::time_t, mktime, TIME64("mktime", "__mktime64"), -1, (std::tm * t), (t))
@@ -166,73 +303,127 @@ WRAP_FAULT(std::tm*, localtime, TIME64("localtime", "__localtime64"), nullptr,
 WRAP_FAULT(void*, malloc, "malloc", nullptr, (size_t size), (size))
 WRAP_FAULT(void*, calloc, "calloc", nullptr, (size_t count, size_t size), (count, size))
 WRAP_FAULT(char*, strdup, "strdup", nullptr, (const char* text), (text))
-WRAP_FAULT(off_t, lseek, FILE64(lseek), -1, (int fd, off_t to, int whence), (fd, to, whence))
+WRAP_FAULT(std::FILE*, fdopen, "fdopen", nullptr, (int fd, const char* mode), (fd, mode))
+WRAP_FAULT(off_t, lseek, FILE64("lseek"), -1, (int fd, off_t to, int whence), (fd, to, whence))
+WRAP_FAULT(int, fseek, "fseek", -1, (std::FILE * f, long to, int whence), (f, to, whence))
+WRAP_FAULT(int, fflush, "fflush", EOF, (std::FILE * f), (f))
 WRAP_FAULT(size_t, fread, "fread", 0, (void* p, size_t n, size_t m, FILE* f), (p, n, m, f))
 WRAP_FAULT(size_t, fwrite, "fwrite", 0, (const void* p, size_t n, size_t m, FILE* f), (p, n, m, f))
+WRAP_FAULT(int, vfprintf, "vfprintf", -1, (FILE * f, const char* format, va_list args),
+           (f, format, args))
+WRAPPED(int, fprintf, "fprintf", (std::FILE * file, const char* format, ...)) {
+    std::va_list args;
+    va_start(args, format);
+    const int result = FAILS("fprintf") ? -1 : Real_vfprintf(file, format, args);
+    va_end(args);
+    return result;
+}
+
+WRAP_FAULT(ssize_t, write, "write", -1, (int fd, const void* p, size_t n), (fd, p, n))
 WRAP_FAULT(char*, fgets, "fgets", nullptr, (char* text, int n, FILE* f), (text, n, f))
 WRAP_FAULT(int, msgget, "msgget", -1, (key_t key, int flags), (key, flags))
 WRAP_FAULT(int, msgsnd, "msgsnd", -1, (int id, const void* p, size_t n, int flags),
            (id, p, n, flags))
 WRAP_FAULT(ssize_t, msgrcv, "msgrcv", -1, (int id, void* p, size_t n, long type, int flags),
            (id, p, n, type, flags))
-WRAP_FAULT(int, msgctl, TIME64("msgctl", "__msgctl64"), -1, (int id, int command, msqid_ds* p),
-           (id, command, p))
-WRAP_FAULT(void*, mmap, FILE64(mmap), MAP_FAILED,
-           (void* at, size_t n, int access, int flags, int fd, off_t from),
-           (at, n, access, flags, fd, from))
-WRAP_FAULT(int, openat, FILE64(openat), -1, (int dir, const char* path, int flags, ...),
-           (dir, path, flags)) // nobody creates a file by it
-WRAP_FAULT(DIR*, opendir, "opendir", nullptr, (const char* path), (path))
+WRAP_FAULT(int, msgctl, IOCTL_MSGCTL("msgctl", "__msgctl64"), -1,
+           (int id, int command, msqid_ds* p), (id, command, p))
 WRAP_FAULT(DIR*, fdopendir, "fdopendir", nullptr, (int fd), (fd))
-WRAP_FAULT(int, chdir, "chdir", -1, (const char* path), (path))
 WRAP_FAULT(int, fchdir, "fchdir", -1, (int fd), (fd))
 WRAP_FAULT(char*, getcwd, "getcwd", nullptr, (char* p, size_t n), (p, n))
 WRAP_FAULT(int, socket, "socket", -1, (int domain, int type, int protocol),
            (domain, type, protocol))
 
-WRAPPED(dirent*, readdir, FILE64(readdir), (DIR * dir)) {
+WRAPPED(dirent*, readdir, FILE64("readdir"), (DIR * dir)) {
+    if (FAILS("readdir"))
+        return nullptr;
     dirent* entry = Real_readdir(dir);
     if (entry != nullptr && device != nullptr && device->hideTypes)
         entry->d_type = DT_UNKNOWN;
     return entry;
 }
 
-WRAPPED(int, ioctl, TIME64("ioctl", "__ioctl_time64"), (int fd, unsigned long request, ...)) {
+WRAPPED(int, ioctl, IOCTL_MSGCTL("ioctl", "__ioctl_time64"), (int fd, unsigned long request, ...)) {
     std::va_list args;
     va_start(args, request);
     void* argument = va_arg(args, void*);
     va_end(args);
-    return Fails("ioctl") ? -1 : Real_ioctl(fd, request, argument);
+    return FAILS("ioctl") ? -1 : Real_ioctl(fd, request, argument);
 }
 
-Device::Device() : descriptors_(CountDescriptors()) {
+WRAPPED(int, fcntl, FCNTL, (int fd, int command, ...)) {
+    std::va_list args;
+    va_start(args, command);
+    void* argument = va_arg(args, void*); // whatever it is; not read where there is none
+    va_end(args);
+    return FAILS("fcntl") ? -1 : Real_fcntl(fd, command, argument);
+}
+
+// All allocations of C++, those inside the standard library included. Not inlined: the compiler
+// would see free() without its malloc().
+#define NOT_INLINED __attribute__((noinline))
+NOT_INLINED void* operator new(std::size_t size) {
+    void* memory = FAILS("new") ? nullptr : Real_malloc(size != 0 ? size : 1);
+    if (memory == nullptr)
+        throw std::bad_alloc();
+    return memory;
+}
+NOT_INLINED void operator delete(void* memory) noexcept { std::free(memory); }
+NOT_INLINED void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+
+FaultsPaused::FaultsPaused() { ++paused; }
+FaultsPaused::~FaultsPaused() { --paused; }
+
+Device::Device() : descriptors_(CountDescriptors()), mappedBytes_(mappedBytes) {
     // In memory where there is such a place: no card or disk is worn by tests, or slows them.
-    dir_ = access("/dev/shm", W_OK | X_OK) == 0 ? "/dev/shm" : "/tmp";
-    dir_ += "/mavkit-device-XXXXXX";
-    if (device != nullptr || mkdtemp(&dir_[0]) == nullptr) {
-        std::perror("Device");
-        std::abort();
-    }
+    std::string name = access("/dev/shm", W_OK | X_OK) == 0 ? "/dev/shm" : "/tmp";
+    name = std::filesystem::canonical(name).string() + "/mavkit-device-XXXXXX";
+    if (device != nullptr || mkdtemp(&name[0]) == nullptr)
+        Die("no directory for the terminal", name.c_str());
+    dir_ = name;
     device = this;
     for (const char* sub : {"/mnt/sdcard/log", "/mnt/sd/term/common/trace", "/dev/pts", "/root"})
         std::filesystem::create_directories(dir_ + sub);
 }
 
 Device::~Device() {
+    ForgetFaults();
+    for (int flag = 0; flag <= 0xFF; ++flag)
+        if (queueFlags[flag] != 0) {
+            msgctl(msgget(ftok("/root", flag), 0), IPC_RMID, nullptr);
+            queueFlags[flag] = 0;
+        }
+    ForgetCalls();
     device = nullptr;
     held = false;
-    for (Call& call : table)
-        call = {call.name};
     std::filesystem::remove_all(dir_);
     EXPECT_EQ(descriptors_, CountDescriptors()) << "descriptors leak";
+    EXPECT_EQ(mappedBytes_, mappedBytes) << "mappings leak";
+}
+
+std::string Device::Path(const std::string& path) const {
+    const FaultsPaused pause;
+    return dir_ + path;
 }
 
 std::string Device::Read(const std::string& path) const {
+    const FaultsPaused pause;
     std::ifstream file(Path(path), std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
+std::string Device::GeneralLog() const {
+    const FaultsPaused pause;
+    return Read(kGeneralLog);
+}
+
+std::string Device::TraceFile(const std::string& file) const {
+    const FaultsPaused pause;
+    return Read(kTraceDir + file);
+}
+
 void Device::Write(const std::string& path, const std::string& content) const {
+    const FaultsPaused pause;
     std::ofstream(Path(path), std::ios::binary) << content;
 }
 
@@ -240,16 +431,27 @@ bool Device::Exists(const std::string& path) const { return std::filesystem::exi
 
 void Device::Remove(const std::string& path) const { std::filesystem::remove_all(Path(path)); }
 
-void Device::HoldClock(std::time_t now) { held = true, heldTime = now; }
+void Device::HoldClock(std::time_t now) {
+    held = true;
+    heldTime = now;
+}
 
 void Device::Fail(const char* name, int error, int times, int skip) {
     Call& call = Find(name);
     call = {call.name, call.calls, error, times, skip};
 }
 
+bool Device::HasFault(const char* name) { return Find(name).times > 0; }
+
+void Device::ForgetFaults() {
+    for (Call& call : table)
+        call.times = 0;
+}
+
 int Device::Calls(const char* name) { return Find(name).calls; }
 
 std::map<std::string, int> Device::Calls() {
+    const FaultsPaused pause;
     std::map<std::string, int> calls;
     for (const Call& call : table)
         calls[call.name] = call.calls;
@@ -267,7 +469,12 @@ int Device::LowestFreeDescriptor() {
     return fd;
 }
 
-StdoutCapture::StdoutCapture() : saved_(dup(1)), file_(memfd_create("stdout", 0)) {
+StdoutCapture::StdoutCapture() : saved_(dup(1)) {
+    std::FILE* file = std::tmpfile();
+    file_ = file != nullptr ? dup(fileno(file)) : -1;
+    if (file_ == -1)
+        Die("no file for standard output", std::strerror(errno));
+    std::fclose(file);
     std::fflush(stdout);
     dup2(file_, 1);
 }
@@ -282,11 +489,12 @@ StdoutCapture::~StdoutCapture() {
 }
 
 std::string StdoutCapture::Take() {
+    const FaultsPaused pause;
     std::fflush(stdout);
-    std::string text(static_cast<size_t>(Real_lseek(file_, 0, SEEK_END)), '\0');
+    std::string text(static_cast<std::size_t>(lseek(file_, 0, SEEK_END)), '\0');
     if (pread(file_, &text[0], text.size(), 0) == -1 || ftruncate(file_, 0) != 0)
-        std::abort();
-    Real_lseek(file_, 0, SEEK_SET);
+        Die("standard output", std::strerror(errno));
+    lseek(file_, 0, SEEK_SET);
     return text;
 }
 

@@ -1,7 +1,7 @@
-/// \file
-/// A terminal to test on, anywhere: the few libc calls that reach for the terminal's fixed paths,
-/// its clock and its shell are wrapped by the linker and answered here. Message queues, mappings
-/// and all other calls are the real kernel's; each of the wrapped ones can be made to fail.
+// A terminal to test on, anywhere: the linker wraps the libc calls that the library makes, and they
+// are answered here. Calls that use the terminal's fixed paths, its clock and its shell never reach
+// the machine's own; message queues, mappings and all others are the real kernel's. Each of the
+// wrapped calls can be made to fail.
 #ifndef MAVKIT_TESTS_DEVICE_H
 #define MAVKIT_TESTS_DEVICE_H
 
@@ -17,19 +17,20 @@
 #include <sys/types.h>
 #include <vector>
 
-/// What the classes below share: each changes something while it lives, and puts it back.
-class Single {
+// Base of the classes below: each changes something while it lives, and puts it back at its end.
+class NonCopyable {
 public:
-    Single() = default;
-    Single(const Single&) = delete;
-    Single& operator=(const Single&) = delete;
+    NonCopyable() = default;
+    NonCopyable(const NonCopyable&) = delete;
+    NonCopyable& operator=(const NonCopyable&) = delete;
 };
 
-/// One terminal. While it lives, paths below /mnt and /dev/pts stand in a temporary directory of
-/// its own, which has the terminal's directories, and message queues of "/root" get keys of their
-/// own. Its end removes all of it, puts every call back to normal, and fails the test when there
-/// are other descriptors open than at its start. One at a time.
-class Device : Single {
+// One terminal. While it lives, paths below /mnt, /dev/pts and /root are mapped to a temporary
+// directory of its own, which has the terminal's directories; message queues of "/root" therefore
+// get keys of their own. A call that would change a file elsewhere ends the test program. The
+// terminal's end removes the directory and the queues, puts every call back to normal, and fails the
+// test if descriptors or mappings have leaked. There is one at a time.
+class Device : NonCopyable {
 public:
     Device();
     ~Device();
@@ -37,50 +38,60 @@ public:
     static constexpr const char* kGeneralLog = "/mnt/sdcard/log/general.log";
     static constexpr const char* kTraceDir = "/mnt/sd/term/common/trace/";
 
-    /// Where the terminal's path \p path stands on this machine.
-    std::string Path(const std::string& path) const { return dir_ + path; }
-    /// Content of the file \p path of the terminal; empty when it is missing.
+    // Where the terminal's path `path` stands on this machine.
+    std::string Path(const std::string& path) const;
+    // Content of the file `path` of the terminal; empty when it is missing.
     std::string Read(const std::string& path) const;
     void Write(const std::string& path, const std::string& content) const;
     bool Exists(const std::string& path) const;
-    void Remove(const std::string& path) const; ///< a file or a whole directory
-    std::string GeneralLog() const { return Read(kGeneralLog); }
-    std::string TraceFile(const std::string& file = "trace.log") const {
-        return Read(kTraceDir + file);
-    }
+    void Remove(const std::string& path) const; // a file or a whole directory
+    std::string GeneralLog() const;
+    std::string TraceFile(const std::string& file = "trace.log") const;
 
-    /// Holds the clock (`time`) at \p now until the device ends.
+    // Holds the clock (`time`) at `now` until the device ends.
     static void HoldClock(std::time_t now);
 
-    /// Lets the call \p name (as in the source: "fopen", "msgsnd") fail with \p error: \p times
-    /// times, after \p skip more calls that succeed. Every name can have one fault at a time.
+    // Makes the call `name` (as in the source: "fopen", "msgsnd"; "new" for operator new) fail
+    // with `error`: `times` times, after `skip` more calls that succeed. Every name can have one
+    // fault at a time.
     static void Fail(const char* name, int error, int times = 1, int skip = 0);
-    /// How often the call \p name ran since the device started or ForgetCalls().
+    // Whether a fault of `name` has not happened yet.
+    static bool HasFault(const char* name);
+    static void ForgetFaults();
+    // How often the call `name` ran since the device started or ForgetCalls().
     static int Calls(const char* name);
-    static std::map<std::string, int> Calls(); ///< of all names
+    static std::map<std::string, int> Calls(); // of all names
     static void ForgetCalls();
 
-    /// The number that the next descriptor gets.
+    // The number that the next descriptor gets.
     static int LowestFreeDescriptor();
 
-    bool hideTypes = false;             ///< `readdir` tells no type, as on some file systems
-    std::vector<std::string> commands;  ///< what `system` would have run
-    int commandResult = 0;              ///< what `system` answers
-    std::vector<std::time_t> clockSets; ///< times to which the clock would have been set
-    std::vector<int> msyncFlags;        ///< flags of every `msync`
+    bool hideTypes = false;             // `readdir` gives no type, as on some file systems
+    std::vector<std::string> commands;  // what `system` would have run
+    int commandResult = 0;              // what `system` answers
+    std::vector<std::time_t> clockSets; // times to which the clock would have been set
+    std::vector<int> msyncFlags;        // flags of every `msync`
 
 private:
     std::string dir_;
     long descriptors_; // open at its start
+    std::size_t mappedBytes_;
 };
 
-/// Takes what the process writes to standard output while it lives: what GoogleTest tells as well,
-/// which is passed on at the end of a test that has failed.
-class StdoutCapture : Single {
+// While it lives no call fails and none is counted: for what a test itself does on the way.
+class FaultsPaused : NonCopyable {
+public:
+    FaultsPaused();
+    ~FaultsPaused();
+};
+
+// Takes what the process writes to standard output while it lives. That includes what GoogleTest
+// writes, so the end of a test that has failed passes it on.
+class StdoutCapture : NonCopyable {
 public:
     StdoutCapture();
     ~StdoutCapture();
-    /// What was written since the start or the last call.
+    // What was written since the start or the last call.
     std::string Take();
 
 private:
@@ -88,18 +99,24 @@ private:
     int file_;
 };
 
-/// Sets the zone to the POSIX TZ text \p zone while it lives.
-class Zone : Single {
+// Sets the zone to the POSIX TZ text `zone` while it lives.
+class Zone : NonCopyable {
 public:
-    explicit Zone(const char* zone) { setenv("TZ", zone, 1), tzset(); }
-    ~Zone() { unsetenv("TZ"), tzset(); }
+    explicit Zone(const char* zone) {
+        setenv("TZ", zone, 1);
+        tzset();
+    }
+    ~Zone() {
+        unsetenv("TZ");
+        tzset();
+    }
 };
 
-/// What most tests stand on: a terminal in UTC whose clock stands at kNow, with standard output
-/// captured and a trace setting of its own: no prefix, on standard output unless told otherwise.
-class Terminal : Single {
+// What most tests run on: a terminal in UTC whose clock is held at kNow, with standard output
+// captured and a trace setting of its own: no prefix, and `traceWay` as its only way.
+class Terminal : NonCopyable {
 public:
-    static constexpr std::time_t kNow = 1709618828; ///< 2024-03-05 06:07:08 UTC
+    static constexpr std::time_t kNow = 1709618828; // 2024-03-05 06:07:08 UTC
 
     explicit Terminal(_EXPORT_WAY traceWay = WAY_STDOUT);
     ~Terminal();
@@ -115,9 +132,9 @@ protected:
     using Terminal::Terminal;
 };
 
-/// Lets the process have no more than \p most of a resource while it lives: RLIMIT_FSIZE is a card
-/// that is full part way through a write, RLIMIT_NOFILE the end of all descriptors.
-class Limit : Single {
+// Lets the process have no more than `most` of a resource while it lives: RLIMIT_FSIZE is a card
+// that is full part way through a write, RLIMIT_NOFILE the end of all descriptors.
+class Limit : NonCopyable {
 public:
     Limit(decltype(RLIMIT_FSIZE) resource, rlim_t most);
     ~Limit() { setrlimit(resource_, &before_); }
@@ -127,8 +144,8 @@ private:
     rlimit before_;
 };
 
-/// Takes descriptors while it lives: the next one that the system hands out is \p next.
-class TakenUpTo : Single {
+// Takes descriptors while it lives: the next one that the system hands out is `next`.
+class TakenUpTo : NonCopyable {
 public:
     explicit TakenUpTo(int next);
     ~TakenUpTo();
@@ -137,9 +154,9 @@ private:
     std::vector<int> taken_;
 };
 
-/// Does \p work in a process of its own, which ends well when it yields true without a failure.
+// Does `work` in a process of its own, which ends well when it returns true without a failure.
 pid_t Start(const std::function<bool()>& work);
-/// Waits for the end of \p child. \return whether it ended by itself, and well
+// Waits for the end of `child`, and reports whether it ended by itself, and well.
 bool Succeeded(pid_t child);
 
 #endif

@@ -1,5 +1,6 @@
-// Several processes at once, some of them killed: nothing lost, torn or twice beyond what is told.
-// A run takes a second or two; MAVKIT_SOAK=N in the environment makes it N times as long.
+// Several processes at once, some of them killed: no message or line is lost, torn or doubled beyond
+// what the headers say. A run takes a second or two; MAVKIT_SOAK=N in the environment makes it N
+// times as long.
 #include "device/Device.h"
 #include "mavkit/diag/MavTrace.h"
 #include "mavkit/diag/Trace.h"
@@ -29,7 +30,7 @@ unsigned Rounds() {
     return text != nullptr ? static_cast<unsigned>(std::max(std::atoi(text), 1)) : 1;
 }
 
-// One message: who sent it, its number, some bytes, and the CRC over all of it.
+// One message: its sender, its number, some bytes, and the CRC over all of it.
 struct Letter {
     unsigned sender;
     unsigned number;
@@ -45,11 +46,12 @@ unsigned short CrcOf(const Letter& letter) {
     return crc;
 }
 
-// What the processes share about the post.
+// The state that the processes share.
 struct Post {
     std::atomic<unsigned> claimed[kSenders]; // letters begun
     std::atomic<unsigned> received, torn, twice;
-    std::atomic<bool> closed;
+    std::atomic<bool> mayEnd; // senders may send their last letters
+    std::atomic<bool> closed; // all has been sent
 };
 
 class PostTest : public TerminalTest {
@@ -57,16 +59,19 @@ protected:
     PostTest() : TerminalTest(WAY_NONE) {}
     ~PostTest() override {
         channel.Destroy();
-        munmap(post, size);
+        if (post != nullptr)
+            munmap(post, size);
     }
 
-    // Starts the receivers, and a sender of `letters` for each place.
-    void Open(unsigned letters) {
+    // Starts the receivers, and all senders with `letters` each.
+    void Open(unsigned letters, bool mayEnd) {
+        ASSERT_NE(-1, id) << "this system has no message queues";
         each = letters * Rounds();
         size = sizeof(Post) + std::size_t{each} * kSenders;
         void* memory =
             mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
         post = new (memory) Post;
+        post->mayEnd = mayEnd;
         seen = reinterpret_cast<std::atomic<unsigned char>*>(post + 1);
         for (pid_t& receiver : receivers)
             receiver = Start([this] { return Collect(); });
@@ -78,15 +83,19 @@ protected:
         senders[sender] = Start([this, sender] { return Deliver(sender); });
     }
 
-    // Whether enough letters are under way for the receivers to keep up: a full queue is drained.
+    // Whether the queue has as many letters as it should: a full one is drained.
     bool IsBusy() const {
         msqid_ds state;
         return msgctl(id, IPC_STAT, &state) == 0 && state.msg_qnum >= 100;
     }
 
+    bool MustWait(unsigned number) const {
+        return IsBusy() || (number == each - 1 && !post->mayEnd);
+    }
+
     bool Deliver(unsigned sender) {
         for (unsigned number; (number = post->claimed[sender]) < each;) {
-            while (IsBusy())
+            while (MustWait(number))
                 usleep(200);
             ++post->claimed[sender];
             Letter letter = {sender, number, {}, 0};
@@ -129,10 +138,11 @@ protected:
         unsigned missing = 0;
         for (unsigned i = 0; i < each * kSenders; ++i)
             missing += seen[i] == 0;
-        EXPECT_LE(missing, mayMiss);
-        EXPECT_EQ(post->received, each * kSenders - missing);
-        EXPECT_EQ(post->torn + post->twice, 0U);
-        EXPECT_EQ(device.GeneralLog(), "");
+        EXPECT_GE(mayMiss, missing);
+        EXPECT_EQ(each * kSenders - missing, post->received);
+        EXPECT_EQ(0U, post->torn);
+        EXPECT_EQ(0U, post->twice);
+        EXPECT_EQ("", device.GeneralLog());
     }
 
     Message channel{'s'};
@@ -145,35 +155,33 @@ protected:
 };
 
 TEST_F(PostTest, NothingIsLostTornOrTwice) {
-    Open(12500);
+    ASSERT_NO_FATAL_FAILURE(Open(12500, true));
     Close(0);
 }
 
+// No sender ends by itself before the last kill. The one after a kill goes on where the dead one was.
 TEST_F(PostTest, KilledSenderLosesAtMostTheMessageInItsHands) {
-    Open(3000);
-    unsigned kills = 0, begun[kSenders] = {}; // where each one took up the work
-    for (unsigned s = 0, idle = 0; idle < kSenders; s = (s + 1) % kSenders) {
-        if (post->claimed[s] >= each) {
-            ++idle; // done by itself; when all are, so is this
-            continue;
-        }
-        idle = 0;
-        usleep(50000);
-        while (post->claimed[s] < std::min(begun[s] + 200, each)) // longer on a slow machine
+    ASSERT_NO_FATAL_FAILURE(Open(3000, false));
+    unsigned begun[kSenders] = {}; // where each one took up the work
+    const unsigned kills = 3 * kSenders * Rounds();
+    for (unsigned i = 0; i < kills; ++i) {
+        const unsigned s = i % kSenders;
+        usleep(20000);
+        while (post->claimed[s] < std::min(begun[s] + 50, each - 1)) // longer on a slow machine
             usleep(1000);
         kill(senders[s], SIGKILL);
         int status = 0;
         waitpid(senders[s], &status, 0);
-        kills += WIFSIGNALED(status);
+        ASSERT_TRUE(WIFSIGNALED(status)) << status;
         begun[s] = post->claimed[s];
-        StartSender(s); // goes on where the dead one was
+        StartSender(s);
     }
-    EXPECT_GT(kills, 0U);
+    post->mayEnd = true;
     Close(kills);
 }
 
-// The lines of `text`, without their stamps: each of the form "p<process> <number> xxxx...\n". What is
-// not of the form is a failure.
+// The lines of `text`, without their stamps. Each has the form "p<process> <number> xxxx...\n"; any
+// other is a failure.
 std::multiset<std::string> WholeLines(const std::string& text, const char* stamp) {
     std::multiset<std::string> lines;
     std::istringstream in(text);
@@ -183,7 +191,7 @@ std::multiset<std::string> WholeLines(const std::string& text, const char* stamp
         const std::string body = line.substr(std::min(line.size(), std::strlen(stamp)));
         if (std::sscanf(body.c_str(), "p%u %u %n", &process, &number, &end) != 2 || end < 0 ||
             body.substr(static_cast<std::size_t>(end)) != std::string(30 + number % 50, 'x'))
-            ADD_FAILURE() << "torn: " << line;
+            ADD_FAILURE() << "torn: " << line.substr(0, 200);
         lines.insert(body);
     }
     EXPECT_TRUE(text.empty() || text.back() == '\n');
@@ -192,7 +200,8 @@ std::multiset<std::string> WholeLines(const std::string& text, const char* stamp
 
 using Logs = TerminalTest;
 
-// Eight processes write into both kinds of file, one of which is rotated now and then.
+// Eight processes write into both kinds of file; the trace file is rotated again and again. What two
+// processes that rotate at once leave in the backup is not promised, so only its size is checked.
 TEST_F(Logs, HoldWholeLines) {
     const unsigned each = 1000 * Rounds();
     setting.prefixOn = 1;
@@ -211,12 +220,10 @@ TEST_F(Logs, HoldWholeLines) {
     for (const pid_t writer : writers)
         EXPECT_TRUE(Succeeded(writer));
     const auto found = WholeLines(device.GeneralLog(), "03-05 06:07:08\t");
-    EXPECT_EQ(found.size(), each * 8);
-    EXPECT_EQ(std::set<std::string>(found.begin(), found.end()).size(), each * 8);
-    EXPECT_GT(WholeLines(device.TraceFile(), "kor(03-05 06:07:08):").size(), 0U);
-    const std::string backup = device.TraceFile("trace.log_bak");
-    EXPECT_EQ(backup.size(), 1000500U);
-    WholeLines(backup.substr(0, backup.find('\0')), "kor(03-05 06:07:08):");
+    EXPECT_EQ(each * 8, found.size());
+    EXPECT_EQ(each * 8, std::set<std::string>(found.begin(), found.end()).size());
+    EXPECT_LT(0U, WholeLines(device.TraceFile(), "kor(03-05 06:07:08):").size());
+    EXPECT_EQ(1000500U, device.TraceFile("trace.log_bak").size());
 }
 
 } // namespace
