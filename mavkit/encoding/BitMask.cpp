@@ -16,6 +16,7 @@ using mavkit::LoadWord;
 using mavkit::LooseWord;
 using mavkit::Word;
 constexpr unsigned int kWordBits = CHAR_BIT * sizeof(Word);
+constexpr unsigned int kIntBits = CHAR_BIT * sizeof(unsigned int);
 constexpr Word kAllBits = ~Word{0};
 
 // 64 bits wide: a mask read from a buffer may have more than 2^32 bits.
@@ -38,44 +39,39 @@ void UnitePair(unsigned char* to, const unsigned char* from) {
     pair[1].value = second;
 }
 
-// The number of set bits in each byte of a word, side by side.
-Word CountInBytes(Word word) {
+// The number of set bits in each half byte of a word, side by side. Inline where the target is built
+// for size too: a call would cost as much as the count.
+inline __attribute__((always_inline)) Word CountInHalves(Word word) {
     word -= word >> 1 & kAllBits / 3;
-    word = (word & kAllBits / 5) + (word >> 2 & kAllBits / 5);
-    return (word + (word >> 4)) & kAllBits / 17;
+    return (word & kAllBits / 5) + (word >> 2 & kAllBits / 5);
 }
 
-// The bits of up to one word, the first as the most significant one, zeros beyond the end.
-Word LoadBits(const unsigned char* bytes, std::size_t count) {
-    Word word = 0;
-    if (count >= kWordBytes)
-        word = LoadWord(bytes);
-    else
-        std::memcpy(&word, bytes, count);
-#if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-    word = static_cast<Word>(kWordBytes == 8 ? __builtin_bswap64(word)
-                                             : __builtin_bswap32(static_cast<unsigned int>(word)));
-#endif
-    return word;
-}
+// Adds the counts of half bytes to those of bytes.
+Word SumOfHalves(Word halves) { return (halves & kAllBits / 17) + (halves >> 4 & kAllBits / 17); }
 
-// Finds the first set bit (`flip` 0) or clear bit (`flip` kAllBits) at or after `from`, or the
-// mask's end. It looks at a word at a time: what is searched is made a 1 by the flip, bits before
-// `from` are masked away, and the count of leading zeros is the place in the word.
-Position FindBit(const ByteString& bits, Position from, Word flip) {
+// Finds the first bit at or after `from` that differs from those of `other` (0x00: the first set
+// bit, 0xFF: the first clear one), or the mask's end: in the rest of its byte, then in whole words
+// that have nothing else, then byte by byte in the word that has it.
+Position FindBit(const ByteString& bits, Position from, unsigned char other) {
+    const unsigned char* const data = bits.data();
     const std::size_t size = bits.size();
-    Word wanted = kAllBits >> from % kWordBits;
-    for (std::size_t at = static_cast<std::size_t>(from / kWordBits) * kWordBytes; at < size;
-         at += kWordBytes) {
-        const Word word = (LoadBits(bits.data() + at, size - at) ^ flip) & wanted;
-        if (word != 0) {
-            // LoadBits adds zeros behind the mask: a clear bit is found there at the latest.
-            return static_cast<Position>(at) * CHAR_BIT +
-                   static_cast<unsigned int>(__builtin_clzl(word));
-        }
-        wanted = kAllBits;
+    std::size_t at = static_cast<std::size_t>(from / CHAR_BIT);
+    if (at >= size)
+        return static_cast<Position>(size) * CHAR_BIT;
+    unsigned int found = (data[at] ^ other) & 0xFFU >> from % CHAR_BIT;
+    if (found == 0) {
+        const Word others = kAllBits / 0xFF * other;
+        ++at;
+        while (size - at >= kWordBytes && LoadWord(data + at) == others)
+            at += kWordBytes;
+        while (at < size && data[at] == other)
+            ++at;
+        if (at == size)
+            return static_cast<Position>(size) * CHAR_BIT;
+        found = data[at] ^ other;
     }
-    return static_cast<Position>(size) * CHAR_BIT;
+    return static_cast<Position>(at) * CHAR_BIT +
+           (static_cast<unsigned int>(__builtin_clz(found)) - (kIntBits - CHAR_BIT));
 }
 
 // Writes a number that ends just before `end`; returns where it begins.
@@ -183,25 +179,29 @@ bool BitMask::IsEnabled(unsigned int bit) const {
 }
 
 unsigned int BitMask::EnableCount() const {
-    // Each byte of `counts` sums up one byte of every word: at most 8 a word, so 31 words fit: a
-    // batch of 30 and the incomplete word at the mask's end.
-    constexpr std::size_t kBatch = 30;
+    // Counts are kept side by side in one word as long as they fit: of three words in its half bytes
+    // (3 x 4), of ten times three words in its bytes (30 x 8), together with an incomplete word.
+    constexpr std::size_t kRound = 3 * kWordBytes;
     constexpr Word kPairs = kAllBits / 0xFFFF * 0xFF;
     const unsigned char* next = bits.data();
     std::size_t left = bits.size();
     Position total = 0;
     while (left != 0) {
         Word counts = 0;
-        for (std::size_t words = std::min(left / kWordBytes, kBatch); words != 0; --words) {
-            counts += CountInBytes(LoadWord(next));
-            next += kWordBytes;
-            left -= kWordBytes;
-        }
-        if (left < kWordBytes) {
+        const unsigned char* const end = next + std::min(left / kRound, std::size_t{10}) * kRound;
+        left -= static_cast<std::size_t>(end - next);
+        for (; next != end; next += kRound)
+            counts += SumOfHalves(CountInHalves(LoadWord(next)) +
+                                  CountInHalves(LoadWord(next + kWordBytes)) +
+                                  CountInHalves(LoadWord(next + 2 * kWordBytes)));
+        if (left < kRound) {
+            // At most two words and an incomplete one are left.
+            const std::size_t most = std::min(left, kWordBytes);
             Word rest = 0;
-            std::memcpy(&rest, next, left);
-            counts += CountInBytes(rest);
-            left = 0;
+            std::memcpy(&rest, next, most);
+            counts += SumOfHalves(CountInHalves(rest));
+            next += most;
+            left -= most;
         }
         // Neighbours are added first, then the multiplication adds all pairs into the top 16 bits.
         counts = (counts & kPairs) + (counts >> 8 & kPairs);
@@ -244,9 +244,9 @@ unsigned int BitMask::Deserialize(const unsigned char* buffer, unsigned int size
 void BitMask::ToString(std::string& out, int base) const {
     out.clear();
     const Position end = static_cast<Position>(bits.size()) * CHAR_BIT;
-    Position first = FindBit(bits, 0, 0);
+    Position first = FindBit(bits, 0, 0x00);
     while (first < end) {
-        const Position next = FindBit(bits, first, kAllBits);
+        const Position next = FindBit(bits, first, 0xFF);
         // Room for a comma, a dash and two numbers of 64 bits; filled from its end.
         char field[48];
         char* item = field + sizeof field;
@@ -262,7 +262,7 @@ void BitMask::ToString(std::string& out, int base) const {
             ++length;
         }
         out.append(item, length);
-        first = FindBit(bits, next, 0);
+        first = FindBit(bits, next, 0x00);
     }
 }
 

@@ -9,31 +9,31 @@
 
 namespace {
 
-// The value of every character as the high and as the low digit of a byte; kNoDigit, which is above
-// every byte, for characters that are not digits.
-constexpr unsigned int kNoDigit = 0x100;
-struct HexDigits {
-    unsigned short high[256];
-    unsigned short low[256];
+// The value of every character as the high and as the low digit of a byte; negative for characters
+// that are not digits.
+struct HexValues {
+    short high[256];
+    signed char low[256];
 };
 
-constexpr HexDigits MakeHexDigits() {
-    HexDigits digits = {};
-    for (unsigned int c = 0; c < 256; ++c) {
+constexpr HexValues MakeHexValues() {
+    HexValues values = {};
+    for (int c = 0; c < 256; ++c) {
         const bool letter = (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
         const bool decimal = c >= '0' && c <= '9';
-        const unsigned int value = decimal ? c - '0' : (c | 0x20) - 'a' + 10;
-        digits.high[c] = static_cast<unsigned short>(decimal || letter ? value << 4 : kNoDigit);
-        digits.low[c] = static_cast<unsigned short>(decimal || letter ? value : kNoDigit);
+        const int value = decimal ? c - '0' : letter ? (c | 0x20) - 'a' + 10 : -1;
+        values.high[c] = static_cast<short>(value * 16);
+        values.low[c] = static_cast<signed char>(value);
     }
-    return digits;
+    return values;
 }
 
-constexpr HexDigits kHexDigits = MakeHexDigits();
+constexpr HexValues kHexValues = MakeHexValues();
 
-// The byte of two hex digits; kNoDigit or more when one of the characters is not a digit.
-unsigned int ReadPair(const unsigned char* text) {
-    return static_cast<unsigned int>(kHexDigits.high[text[0]] | kHexDigits.low[text[1]]);
+// The byte of two hex digits; negative when one of the characters is not a digit. Inline where the
+// target is built for size too.
+inline __attribute__((always_inline)) int ReadPair(const unsigned char* text) {
+    return kHexValues.high[text[0]] | kHexValues.low[text[1]];
 }
 
 // Finds the next occurrence of a delimiter of `step` characters; null when there is none.
@@ -125,11 +125,11 @@ int ParseHexStr(const char* text, ByteString& bytes) {
     while (next < end) {
         // Four pairs in a round, as long as all characters are digits.
         for (; end - next >= 8; next += 8, out += 4) {
-            const unsigned int a = ReadPair(next);
-            const unsigned int b = ReadPair(next + 2);
-            const unsigned int c = ReadPair(next + 4);
-            const unsigned int d = ReadPair(next + 6);
-            if ((a | b | c | d) >= kNoDigit)
+            const int a = ReadPair(next);
+            const int b = ReadPair(next + 2);
+            const int c = ReadPair(next + 4);
+            const int d = ReadPair(next + 6);
+            if ((a | b | c | d) < 0)
                 break;
             out[0] = static_cast<unsigned char>(a);
             out[1] = static_cast<unsigned char>(b);
@@ -140,13 +140,14 @@ int ParseHexStr(const char* text, ByteString& bytes) {
         // one by one. A digit consumes the next character, digit or not; others are skipped.
         const unsigned char* const pause = end - next > 64 ? next + 64 : end;
         while (next < pause) {
-            const unsigned int alone = kHexDigits.low[*next];
-            if (alone < kNoDigit) {
-                const unsigned int pair = ReadPair(next);
-                *out++ = static_cast<unsigned char>(pair < kNoDigit ? pair : alone);
+            const int alone = kHexValues.low[*next];
+            if (alone < 0) {
                 ++next;
+                continue;
             }
-            ++next;
+            const int pair = ReadPair(next);
+            *out++ = static_cast<unsigned char>(pair < 0 ? alone : pair);
+            next += 2;
         }
     }
     bytes.resize(old + static_cast<std::size_t>(out - first));
