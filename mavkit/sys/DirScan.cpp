@@ -2,6 +2,7 @@
 
 #include "mavkit/diag/Trace.h"
 
+#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -14,17 +15,25 @@
 
 namespace {
 
-typedef bool (*Callback)(int, bool, const char*, const char*, void*);
-
-// The working directory, to which the process returns when this goes: by its descriptor, which
-// serves also when it was renamed or has a path of any length, else by its path.
+// The working directory, to which the process returns at the end of the scope: by its descriptor,
+// which also serves when it was renamed or its path is too long, else by its path. It must not be
+// left before HasWayBack() has been asked.
 class WorkingDirectory {
 public:
-    WorkingDirectory()
-        : path_(getcwd(nullptr, 0)), fd_(open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {}
+    WorkingDirectory() : fd_(open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+        errno = 0;
+        path_ = getcwd(nullptr, 0);
+        // No kernel names a path longer than PATH_MAX, and not every libc tries. A directory that
+        // has been deleted has no name at all.
+        exists_ = path_ != nullptr || errno == ENAMETOOLONG || errno == ERANGE;
+        // Each way is proved while it leads nowhere else. A process that has given up privileges
+        // may stand in a directory that it could not enter again.
+        hasWayBack_ = (fd_ >= 0 && fchdir(fd_) == 0) ||
+                      (path_ != nullptr && chdir(".") == 0 && IsSame(path_, "."));
+    }
     ~WorkingDirectory() {
-        [[maybe_unused]] const bool back =
-            (fd_ >= 0 && fchdir(fd_) == 0) || (path_ != nullptr && chdir(path_) == 0);
+        if (hasWayBack_ && (fd_ < 0 || fchdir(fd_) != 0) && path_ != nullptr) [[maybe_unused]]
+            const int ignored = chdir(path_);
         if (fd_ >= 0)
             close(fd_);
         std::free(path_);
@@ -32,8 +41,8 @@ public:
     WorkingDirectory(const WorkingDirectory&) = delete;
     WorkingDirectory& operator=(const WorkingDirectory&) = delete;
 
-    bool HasPath() const { return path_ != nullptr; }
-    bool HasWayBack() const { return path_ != nullptr || fd_ >= 0; }
+    bool Exists() const { return exists_; }
+    bool HasWayBack() const { return hasWayBack_; }
     // Its path, for the caller to free.
     char* TakePath() {
         char* path = path_;
@@ -42,17 +51,26 @@ public:
     }
 
 private:
-    char* path_;
+    static bool IsSame(const char* a, const char* b) {
+        struct stat first;
+        struct stat second;
+        return fstatat(AT_FDCWD, a, &first, 0) == 0 && fstatat(AT_FDCWD, b, &second, 0) == 0 &&
+               first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+    }
+
     int fd_;
+    char* path_;
+    bool exists_;
+    bool hasWayBack_;
 };
 
 // One walk of a tree. The directories from the scanned one down to the one being listed are open,
-// and are found and entered by descriptor only. A loop over a heap of levels, not a recursion: the
-// depth of a hostile tree costs descriptors, which run out with an error, and no stack.
+// and are found and entered by descriptor only. A loop over a heap of levels and no recursion: a
+// deep hostile tree takes descriptors, which run out with an error, but no stack.
 class Walk {
 public:
-    Walk(Callback callback, void* context, int limit)
-        : callback_(callback), context_(context), limit_(limit), inside_(false) {}
+    Walk(DirScan::Callback callback, void* context, int limit)
+        : callback_(callback), context_(context), limit_(limit) {}
     ~Walk() {
         while (!levels_.empty())
             Leave();
@@ -65,9 +83,14 @@ public:
         Enter(AT_FDCWD, directory, 0, depth);
         while (!levels_.empty()) {
             const Level level = levels_.back();
+            errno = 0;
             const dirent* entry = readdir(level.dir);
             if (entry == nullptr) {
-                Leave();
+                // Not every libc takes ENOENT, the directory has been removed, for the end.
+                if (errno == 0 || errno == ENOENT)
+                    Leave();
+                else
+                    BreakOff();
                 continue;
             }
             const char* name = entry->d_name;
@@ -75,13 +98,14 @@ public:
                 continue;
             if (!inside_ && !Return())
                 continue;
-            const bool isDirectory = IsDirectory(level.dir, entry);
+            // Asked now: the type in the buffer is from before the last subdirectory was walked.
+            const bool isDirectory = IsDirectory(level.dir, name);
             if (!callback_(level.depth, isDirectory, path_.c_str(), name, context_))
                 return false;
             if (isDirectory && (limit_ < 0 || level.depth < limit_))
                 Descend(level, name);
         }
-        return true;
+        return complete_;
     }
 
 private:
@@ -91,13 +115,9 @@ private:
         int depth;
     };
 
-    static bool IsDirectory(DIR* dir, const dirent* entry) {
-#ifdef _DIRENT_HAVE_D_TYPE
-        if (entry->d_type != DT_UNKNOWN)
-            return entry->d_type == DT_DIR;
-#endif
+    static bool IsDirectory(DIR* dir, const char* name) {
         struct stat status;
-        return fstatat(dirfd(dir), entry->d_name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+        return fstatat(dirfd(dir), name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
                S_ISDIR(status.st_mode);
     }
 
@@ -129,19 +149,23 @@ private:
         return false;
     }
 
-    // Goes back into the directory being listed, after a visit below it.
+    // Goes back into the directory being listed, after a visit below it. Where that fails, its
+    // other entries are not reported: their bare names might be other files in another directory.
     bool Return() {
         inside_ = fchdir(dirfd(levels_.back().dir)) == 0;
-        if (!inside_) {
-            // It has lost its permissions meanwhile. Its other entries are not reported from a
-            // working directory where their bare names may mean other files.
-            ReportUnopened();
-            Leave();
-        }
+        if (!inside_)
+            BreakOff();
         return inside_;
     }
 
-    // Closes the directory being listed; the process goes back up when it next has to.
+    // Leaves the directory being listed before its end.
+    void BreakOff() {
+        ReportUnopened();
+        Leave();
+        complete_ = false;
+    }
+
+    // Closes the directory being listed. The process enters the one above when it has to.
     void Leave() {
         DIR* dir = levels_.back().dir;
         levels_.pop_back();
@@ -149,7 +173,7 @@ private:
         if (!levels_.empty())
             path_.resize(levels_.back().pathLength);
         else [[maybe_unused]]
-            const bool up = fchdir(dirfd(dir)) == 0 && chdir("..") == 0;
+            const bool ignored = fchdir(dirfd(dir)) == 0 && chdir("..") == 0;
         closedir(dir);
     }
 
@@ -157,12 +181,13 @@ private:
         GENERAL_LOG("DirScan: Error!Can not open directory:%s\n", path_.c_str());
     }
 
-    const Callback callback_;
+    const DirScan::Callback callback_;
     void* const context_;
     const int limit_;
     std::vector<Level> levels_; // of the directory scanned, of the one entered in it, and so on
     std::string path_;          // of the last of them
-    bool inside_;               // the working directory is the last of them
+    bool inside_ = false;       // the working directory is the last of them
+    bool complete_ = true;      // no listing broke off
 };
 
 } // namespace
@@ -205,16 +230,14 @@ void DirScan::ParsePath(const char* path) {
     filePart = file;
 }
 
-bool DirScan::Scan(bool (*callback)(int, bool, const char*, const char*, void*), void* context,
-                   int limit) {
+bool DirScan::Scan(Callback callback, void* context, int limit) {
     if (root == nullptr || callback == nullptr)
         return false;
-    WorkingDirectory home;
-    return home.HasPath() && ScanDir(root, 0, callback, context, limit);
+    const WorkingDirectory home;
+    return home.Exists() && home.HasWayBack() && ScanDir(root, 0, callback, context, limit);
 }
 
-bool DirScan::ScanDir(const char* directory, int depth,
-                      bool (*callback)(int, bool, const char*, const char*, void*), void* context,
+bool DirScan::ScanDir(const char* directory, int depth, Callback callback, void* context,
                       int limit) {
     if (limit >= 0 && depth > limit)
         return true;

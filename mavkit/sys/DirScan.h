@@ -1,51 +1,55 @@
 /// \file
 /// Walks a directory tree, depth first, and hands every entry to a callback: to find the files of
-/// some kind, or to prune old ones.
+/// some kind, or to delete old ones.
 ///
 ///     bool Prune(int, bool isDirectory, const char*, const char* name, void*) {
 ///         if (!isDirectory && IsStale(name))
-///             remove(name); // the bare name: the working directory is the one being listed
-///         return true;      // go on
+///             std::remove(name); // the bare name: the working directory is the one being listed
+///         return true;           // go on
 ///     }
-///     DirScan("/mnt/sdcard/log").Scan(Prune, nullptr, -1);
+///     const char* const logs = "/mnt/sdcard/log";
+///     if (DirScan::IsDir(logs)) // else the root would be another directory: see `ParsePath()`
+///         DirScan(logs).Scan(Prune, nullptr, -1);
 ///
 /// While the callback runs, the process's working directory is the directory being listed. Symbolic
-/// links are reported, never followed, not even one that takes a directory's place while the scan
-/// runs. The tree may change under the scan, by the callback's hand too: a directory is held by its
-/// descriptor, not found again by its name, so the scan always lists what it entered and comes back
-/// to where it was. Paths may grow longer than PATH_MAX. Each level of depth takes a descriptor.
+/// links are reported and never followed, not even one that takes a directory's place during the
+/// scan. The tree may change during the scan, also by the callback: a directory is kept open and
+/// not found again by its name, so the scan always lists what it entered and returns to where it
+/// was. Paths below the root may grow longer than PATH_MAX. Each level of depth takes a descriptor.
 #ifndef MAVKIT_SYS_DIRSCAN_H
 #define MAVKIT_SYS_DIRSCAN_H
 
 /// A path prepared for scanning. Not for two threads at once: a scan moves the working directory of
 /// the whole process.
-///
-/// The callback is `bool callback(int depth, bool isDirectory, const char* directory, const char*
-/// name, void* context)`:
-///
-/// | argument      | meaning                                                                  |
-/// |---------------|--------------------------------------------------------------------------|
-/// | `depth`       | 0 for the entries of the directory scanned, 1 for those below, and so on |
-/// | `isDirectory` | whether the entry is a directory; a symbolic link to one is not          |
-/// | `directory`   | path of the directory being listed, valid during the call                |
-/// | `name`        | bare name of the entry, valid during the call; never "." or ".."         |
-/// | `context`     | the caller's pointer                                                     |
-///
-/// It returns true to go on, false to end the whole scan. It may remove or rename anything, scan on
-/// its own or throw. If it changes the working directory and does not come back, only the calls for
-/// further entries of the same directory are affected.
 class DirScan {
 public:
+    /// The callback, with its arguments in this order:
+    ///
+    /// | argument      | meaning                                                                  |
+    /// |---------------|--------------------------------------------------------------------------|
+    /// | `depth`       | 0 for the entries of the directory scanned, 1 for those below, and so on |
+    /// | `isDirectory` | whether the entry is a directory at this moment; a link to one is not    |
+    /// | `directory`   | path of the directory being listed, valid during the call                |
+    /// | `name`        | bare name of the entry, valid during the call; never "." or ".."         |
+    /// | `context`     | the caller's pointer                                                     |
+    ///
+    /// It may remove or rename anything, scan on its own or throw. If it changes the working
+    /// directory and does not return to it, only the calls for further entries of the same
+    /// directory are affected.
+    /// \return true to go on; false to end the whole scan
+    typedef bool (*Callback)(int depth, bool isDirectory, const char* directory, const char* name,
+                             void* context);
+
     char* root;     ///< absolute path of the directory to scan, on the heap and owned; null: none
     char* filePart; ///< what stood after the directory in the path given; null when nothing did
 
-    /// Prepares \p path in the manner of ParsePath().
+    /// Prepares `path` as `ParsePath()` does.
     explicit DirScan(const char* path);
     ~DirScan();
     DirScan(const DirScan&) = delete;
     DirScan& operator=(const DirScan&) = delete;
 
-    /// Replaces root and file part by those of \p path. A null path changes nothing.
+    /// Replaces root and file part by those of `path`. A null path changes nothing.
     ///
     /// | path                                       | directory        | file part |
     /// |--------------------------------------------|------------------|-----------|
@@ -55,31 +59,40 @@ public:
     /// | `b.log`                                    | `.`              | `b.log`   |
     ///
     /// The root becomes the directory's absolute path as the system reports it, without symbolic
-    /// links; when the directory cannot be entered, the working directory's. The working directory
-    /// stays as it is. The root is null when the system cannot name the directory, when there is no
-    /// memory, or when there would be no way back to the working directory.
+    /// links. When the directory cannot be entered, it becomes the path of the working directory.
+    /// So a missing path gives another root than the one that was meant: before a callback deletes
+    /// anything, ask `IsDir()`, or compare `root`.
+    ///
+    /// The working directory stays as it is. The root is null when there is no memory, when the
+    /// system cannot name the directory (a path longer than PATH_MAX, which not every libc can
+    /// name), and when the way back to the working directory is not sure: then it is not left.
     void ParsePath(const char* path);
 
-    /// Scans the root and what is below it, directories down to depth \p limit (0: the root's own
+    /// Scans the root and what is below it, directories down to depth `limit` (0: the root's own
     /// entries only; negative: all). The entries come in the order in which the system lists them.
-    /// A directory that cannot be opened or entered draws a general-log line and is skipped.
-    /// Afterwards the working directory is the one from before, whatever happened.
-    /// \return true when the scan ran to its end; false when the callback ended it, or when nothing
-    ///         was scanned: there is no root or no callback, or the working directory cannot be read
-    bool Scan(bool (*callback)(int, bool, const char*, const char*, void*), void* context,
-              int limit);
+    /// A directory that cannot be opened or entered draws a general-log line and is skipped. One
+    /// whose listing breaks off, by an error or because it cannot be entered again after a visit
+    /// below it, draws the same line; the scan goes on with the rest of the tree and returns false.
+    ///
+    /// Afterwards the working directory is the one from before. Where no way back to it is sure (a
+    /// process that gave up its privileges in a directory that it may not enter), the scan does not
+    /// start.
+    /// \return true when every directory was listed to its end or skipped; false when a listing
+    ///         broke off, when the callback ended the scan, or when nothing was scanned: there is no
+    ///         root, no callback or no sure way back, or the working directory has been deleted
+    bool Scan(Callback callback, void* context, int limit);
 
-    /// Scans \p directory (absolute, or relative to the working directory) in the manner of Scan(),
-    /// with \p depth as the depth of its entries. A directory deeper than \p limit is not looked
-    /// at. Afterwards the working directory is the parent of \p directory, or the one from before
-    /// when that could not be opened or entered.
-    /// \return as Scan(); false for a null directory or callback
-    static bool ScanDir(const char* directory, int depth,
-                        bool (*callback)(int, bool, const char*, const char*, void*), void* context,
+    /// Scans `directory` (absolute, or relative to the working directory) as `Scan()` does, with
+    /// `depth` as the depth of its entries. A directory deeper than `limit` is not looked at.
+    /// Afterwards the working directory is the parent of `directory`, or the one from before when
+    /// that could not be opened or entered.
+    /// \return as `Scan()`; false for a null directory or callback
+    static bool ScanDir(const char* directory, int depth, Callback callback, void* context,
                         int limit);
 
-    /// \return true when \p path names a directory itself; false for anything else, a symbolic link
-    ///         to a directory, a path that cannot be examined and a null one included
+    /// Reports whether `path` names a directory itself.
+    /// \return true when it does; false for anything else, also for a symbolic link to a directory,
+    ///         a path that cannot be examined and a null one
     static bool IsDir(const char* path);
 };
 

@@ -275,10 +275,6 @@ TEST_F(Faults, EveryCallFailsInTurn) {
                     left ? " left" : "");
     });
     Walk("scan", Scan);
-    Walk("scan without types", [](Trial& t) {
-        t.device.hideTypes = true;
-        return Scan(t);
-    });
     Walk("path", [](const Trial&) {
         const DirScan scan("../tree/x.log");
         return Text(scan.root != nullptr ? scan.root : "-", ' ',

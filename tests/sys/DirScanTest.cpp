@@ -1,5 +1,5 @@
-// Trees as they are, as they change, and as they resist. What becomes of a scan when a call fails is
-// in faults/outcomes.txt.
+// Scans of a tree: one that stays, one that changes meanwhile, and one that cannot be walked to its
+// end. The result of a scan when a call fails is in faults/outcomes.txt.
 #include "mavkit/sys/DirScan.h"
 #include "device/Device.h"
 
@@ -9,11 +9,12 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <grp.h>
 #include <regex>
 #include <set>
 #include <sys/stat.h>
-#include <tuple>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -99,7 +100,6 @@ TEST_F(DirScanTest, ReportsEveryEntryDownToTheLimit) {
                       "0 f /fifo",       "0 d / \n\x01\xFF\xC3",
                       "1 f /b/dangling", "1 f / \n\x01\xFF\xC3/%s\\"};
     for (const int limit : {INT_MIN, -1, 0, 1, 2, INT_MAX}) {
-        device.hideTypes = limit == -1;
         Entries expected;
         for (const std::string& entry : all)
             if (limit < 0 || entry[0] - '0' <= limit)
@@ -123,23 +123,64 @@ TEST_F(DirScanTest, ReportsEveryEntryDownToTheLimit) {
 }
 
 TEST_F(DirScanTest, TheTreeMayChangeUnderTheScan) {
-    // Each directory is deleted, or becomes a link, before it can be entered.
-    Make({"a/x", "link/x", "c/x"});
+    // Each directory is deleted, or becomes a link or a pipe, before it can be entered.
+    Make({"a/x", "link/x", "pipe/x"});
     act = [](bool isDirectory, const char* name) {
         if (isDirectory && fs::remove_all(name) > 0 && *name == 'l')
             fs::create_directory_symlink("..", name);
+        if (isDirectory && *name == 'p')
+            mkfifo(name, 0600); // nobody writes to it: an open would wait for ever
     };
     EXPECT_TRUE(Scan());
-    EXPECT_EQ((Entries{"0 d /a", "0 d /c", "0 d /link"}), seen);
-    EXPECT_EQ((Entries{"/a", "/c", "/link"}), Unopened());
+    EXPECT_EQ((Entries{"0 d /a", "0 d /link", "0 d /pipe"}), seen);
+    EXPECT_EQ((Entries{"/a", "/link", "/pipe"}), Unopened());
+    fs::remove_all(root);
 
-    // One that cannot be entered again: what else it holds is not reported.
-    Make({"a/s1/z", "a/s2/z"});
-    act = nullptr;
-    Device::Fail("fchdir", EACCES, 1, 4);
+    // A directory becomes a file while its sibling is walked: reported is what it is by then.
+    Make({"p/x", "q/x"});
+    act = [](bool isDirectory, const char* name) {
+        const char* const other = *name == 'p' ? "q" : "p";
+        if (isDirectory && fs::remove_all(other) > 0)
+            std::ofstream(other) << "content";
+    };
     EXPECT_TRUE(Scan());
-    EXPECT_EQ((Entries{"/a"}), Unopened());
-    EXPECT_EQ(4U, seen.size()); // the link, a, one of two below it, and its file
+    EXPECT_TRUE((seen == Entries{"0 d /p", "1 f /p/x", "0 f /q"} ||
+                 seen == Entries{"0 d /q", "1 f /q/x", "0 f /p"}))
+        << testing::PrintToString(seen);
+    fs::remove_all(root);
+
+    // The directory being listed is deleted: that is its end.
+    Make({"p/x", "q/x"});
+    act = [](bool isDirectory, const char*) {
+        if (!isDirectory)
+            fs::remove_all(fs::current_path());
+    };
+    EXPECT_TRUE(Scan());
+    EXPECT_EQ((Entries{"0 d /p", "1 f /p/x", "0 d /q", "1 f /q/x"}), seen);
+    EXPECT_EQ(Entries{}, Unopened());
+}
+
+TEST_F(DirScanTest, AListingThatBreaksOffMakesTheScanFalse) {
+    Make({"a/s1/z", "a/s2/z", "b/x"});
+    Scan();
+    const Entries all = seen;
+    const auto isBelow = [](const std::string& path, const std::string& directory) {
+        return path.compare(4, directory.size() + 1, directory + "/") == 0;
+    };
+    // At every entry, and after the last one of every directory; or it cannot be entered again.
+    for (const auto& [call, skip] : {std::pair{"readdir", 0}, {"fchdir", 6}})
+        for (int fault = skip;; ++fault) {
+            SCOPED_TRACE(testing::Message() << call << ' ' << fault);
+            Device::Fail(call, EIO, 1, fault);
+            const bool complete = Scan();
+            const Entries unopened = Unopened();
+            EXPECT_EQ(home, fs::current_path());
+            if (complete)
+                break;
+            ASSERT_EQ(1U, unopened.size());
+            for (const std::string& entry : all)
+                EXPECT_TRUE(isBelow(entry, *unopened.begin()) || seen.count(entry) == 1) << entry;
+        }
 }
 
 TEST_F(DirScanTest, GoesDeeperThanPathsReach) {
@@ -149,24 +190,36 @@ TEST_F(DirScanTest, GoesDeeperThanPathsReach) {
     for (std::size_t i = 0; i < levels; ++i)
         ASSERT_TRUE(mkdir(name.c_str(), 0700) == 0 && chdir(name.c_str()) == 0);
     const ino_t deepest = Inode(".");
-    EXPECT_TRUE(Scan()); // from, and back to, a directory without a usable path
-    EXPECT_EQ(deepest, Inode("."));
-    EXPECT_EQ(levels, seen.size());
+    // From, and back to, a directory whose path is too long to be named: by most libcs, and then by
+    // all. (Calls of getcwd: the working directory, the root, the working directory.)
+    for (const int unnamed : {-1, 0, 2}) {
+        Device::Fail("getcwd", ENAMETOOLONG, unnamed < 0 ? 0 : 1, unnamed);
+        EXPECT_TRUE(Scan()) << unnamed;
+        EXPECT_EQ(deepest, Inode("."));
+        EXPECT_EQ(levels, seen.size());
+    }
     fs::current_path(home);
     EXPECT_EQ("", out.Take());
 }
 
 TEST_F(DirScanTest, ScanDirAloneEndsInTheParent) {
     Make({"a/b/x"});
-    for (const auto& [depth, limit, calls] :
-         {std::tuple{0, -1, 2U}, {5, 5, 1U}, {INT_MAX, -1, 2U}}) {
+    const struct {
+        int depth, limit;
+        Entries seen;
+    } cases[] = {
+        {0, -1, {"0 d /a/b", "1 f /a/b/x"}},
+        {5, 5, {"5 d /a/b"}},
+        {INT_MAX, -1, {"2147483647 d /a/b", "2147483647 f /a/b/x"}},
+    };
+    for (const auto& c : cases) {
         seen.clear();
-        EXPECT_TRUE(DirScan::ScanDir((root + "/a").c_str(), depth, Record, this, limit));
-        EXPECT_EQ(calls, seen.size());
+        EXPECT_TRUE(DirScan::ScanDir((root + "/a").c_str(), c.depth, Record, this, c.limit));
+        EXPECT_EQ(c.seen, seen);
         EXPECT_EQ(root, fs::current_path());
-        EXPECT_TRUE(DirScan::ScanDir((root + "/none").c_str(), depth, Record, this, -1));
+        EXPECT_TRUE(DirScan::ScanDir((root + "/none").c_str(), c.depth, Record, this, -1));
         EXPECT_TRUE(DirScan::ScanDir((root + "/a").c_str(), 1, Record, this, 0));
-        EXPECT_EQ(calls, seen.size());
+        EXPECT_EQ(c.seen, seen);
         EXPECT_EQ(root, fs::current_path()); // not moved
         fs::current_path("/");
     }
@@ -178,6 +231,15 @@ TEST_F(DirScanTest, ScanDirAloneEndsInTheParent) {
         return depth == 0;
     };
     EXPECT_FALSE(DirScan::ScanDir("/", 0, look, nullptr, 1));
+    // The directory that was asked for may be a link to it.
+    fs::create_directory_symlink("a", root + "/link");
+    int depth = -1;
+    const auto note = [](int at, bool, const char*, const char*, void* deepest) {
+        *static_cast<int*>(deepest) = at;
+        return true;
+    };
+    EXPECT_TRUE(DirScan::ScanDir((root + "/link").c_str(), 0, note, &depth, -1));
+    EXPECT_EQ(1, depth);
     fs::current_path(home);
 }
 
@@ -216,6 +278,59 @@ TEST_F(DirScanTest, SplitsAPath) {
     Device::Fail("getcwd", ENOENT);
     Device::Fail("open", EMFILE);
     EXPECT_EQ(nullptr, DirScan("..").root); // there would be no way back
+    fs::current_path(home);
+}
+
+// Gives up all privileges, where there are any.
+bool BecomeNobody() {
+    constexpr unsigned nobody = 65534;
+    return geteuid() != 0 ||
+           (setgroups(0, nullptr) == 0 && setgid(nobody) == 0 && setuid(nobody) == 0);
+}
+
+TEST_F(DirScanTest, StaysWhereNoWayBackIsSure) {
+    if (!Succeeded(Start(BecomeNobody)))
+        GTEST_SKIP() << "this user cannot give up privileges";
+    const struct {
+        mode_t above, here; // permissions of the working directory and the one above
+        bool isSure;
+    } cases[] = {
+        {0000, 0555, true},  // by its descriptor
+        {0755, 0111, true},  // by its path
+        {0000, 0111, false}, // which cannot be followed
+        {0755, 0444, false}, {0755, 0000, false},
+    };
+    const std::string above = root + "/above", here = above + "/here";
+    for (const std::string& directory : {device.Path(""), device.Path("/root"), root})
+        chmod(directory.c_str(), 0755);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << std::oct << c.above << ' ' << c.here);
+        fs::create_directories(here);
+        const pid_t child = Start([&] {
+            fs::current_path(here);
+            EXPECT_EQ(0, chmod(here.c_str(), c.here));
+            EXPECT_EQ(0, chmod(above.c_str(), c.above));
+            EXPECT_TRUE(BecomeNobody());
+            const DirScan scan("/");
+            EXPECT_STREQ(c.isSure ? "/" : nullptr, scan.root);
+            DirScan withRoot(nullptr); // one whose root was found at a better time
+            withRoot.root = strdup("/");
+            EXPECT_EQ(c.isSure, withRoot.Scan(Record, this, 0));
+            EXPECT_EQ(c.isSure, !seen.empty());
+            EXPECT_EQ(here, fs::current_path());
+            return true;
+        });
+        EXPECT_TRUE(Succeeded(child));
+        chmod(above.c_str(), 0755);
+        chmod(here.c_str(), 0755);
+    }
+    // A working directory that has been deleted cannot be read.
+    const std::string gone = root + "/gone";
+    fs::create_directory(gone);
+    fs::current_path(gone);
+    fs::remove(gone);
+    EXPECT_FALSE(Scan());
+    EXPECT_TRUE(seen.empty());
     fs::current_path(home);
 }
 
