@@ -3,6 +3,7 @@
 #include "mavkit/diag/MavTrace.h"
 
 #include <algorithm>
+#include <arpa/inet.h>
 #include <cerrno>
 #include <climits>
 #include <csignal>
@@ -16,7 +17,9 @@
 #include <fstream>
 #include <iterator>
 #include <linux/capability.h>
+#include <net/if.h>
 #include <new>
+#include <sys/ioctl.h>
 #include <sys/ipc.h>
 #include <sys/mman.h>
 #include <sys/msg.h>
@@ -292,7 +295,7 @@ WRAPPED(int, fclose, "fclose", (std::FILE * file)) {
 WRAPPED(int, msync, "msync", (void* address, std::size_t length, int flags)) {
     if (device != nullptr) {
         const FaultsPaused pause;
-        device->msyncFlags.push_back(flags);
+        device->syncs.emplace_back(address, length, flags);
     }
     return FAILS("msync") ? -1 : Real_msync(address, length, flags);
 }
@@ -334,21 +337,25 @@ WRAP_FAULT(char*, getcwd, "getcwd", nullptr, (char* p, size_t n), (p, n))
 WRAP_FAULT(int, socket, "socket", -1, (int domain, int type, int protocol),
            (domain, type, protocol))
 
-WRAPPED(dirent*, readdir, FILE64("readdir"), (DIR * dir)) {
-    if (FAILS("readdir"))
-        return nullptr;
-    dirent* entry = Real_readdir(dir);
-    if (entry != nullptr && device != nullptr && device->hideTypes)
-        entry->d_type = DT_UNKNOWN;
-    return entry;
-}
+WRAP_FAULT(dirent*, readdir, FILE64("readdir"), nullptr, (DIR * dir), (dir))
 
 WRAPPED(int, ioctl, IOCTL_MSGCTL("ioctl", "__ioctl_time64"), (int fd, unsigned long request, ...)) {
     std::va_list args;
     va_start(args, request);
     void* argument = va_arg(args, void*);
     va_end(args);
-    return FAILS("ioctl") ? -1 : Real_ioctl(fd, request, argument);
+    if (FAILS("ioctl"))
+        return -1;
+    if (device == nullptr || request != SIOCGIFADDR || device->interfaces.empty())
+        return Real_ioctl(fd, request, argument);
+    auto* const asked = static_cast<ifreq*>(argument);
+    const auto found = device->interfaces.find(asked->ifr_name);
+    if (found == device->interfaces.end())
+        return errno = ENODEV, -1;
+    sockaddr_in address = {};
+    address.sin_addr.s_addr = inet_addr(found->second.c_str());
+    std::memcpy(&asked->ifr_addr, &address, sizeof address);
+    return 0;
 }
 
 WRAPPED(int, fcntl, FCNTL, (int fd, int command, ...)) {

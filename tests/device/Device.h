@@ -15,6 +15,7 @@
 #include <string>
 #include <sys/resource.h>
 #include <sys/types.h>
+#include <tuple>
 #include <vector>
 
 // Base of the classes below: each changes something while it lives, and puts it back at its end.
@@ -66,11 +67,13 @@ public:
     // The number that the next descriptor gets.
     static int LowestFreeDescriptor();
 
-    bool hideTypes = false;             // `readdir` gives no type, as on some file systems
     std::vector<std::string> commands;  // what `system` would have run
     int commandResult = 0;              // what `system` answers
     std::vector<std::time_t> clockSets; // times to which the clock would have been set
-    std::vector<int> msyncFlags;        // flags of every `msync`
+    // Start, length and flags of every `msync`.
+    std::vector<std::tuple<const void*, std::size_t, int>> syncs;
+    // Names and IPv4 addresses of the network interfaces; while it is empty, the machine's own.
+    std::map<std::string, std::string> interfaces;
 
 private:
     std::string dir_;

@@ -164,22 +164,30 @@ TEST_F(ShareMemTest, ProcessesShareTheRegion) {
 TEST_F(ShareMemTest, SaveFlushesPagesAndTellsFailures) {
     ASSERT_TRUE(Init(2 * kPage));
 
-    device.msyncFlags.clear();
+    const void* const pages[2] = {region.base, region.base + kPage};
+    device.syncs.clear();
     for (int i = 0; i < 4; ++i)
         EXPECT_TRUE(region.Save((i & 2) != 0, (i & 1) != 0));
-    const std::vector<int> flags{MS_SYNC | MS_INVALIDATE, MS_ASYNC | MS_INVALIDATE, MS_INVALIDATE,
-                                 MS_INVALIDATE};
-    EXPECT_EQ(flags, device.msyncFlags);
-    // From the middle of the last page: no valid start itself, and nothing mapped to round up to.
+    EXPECT_TRUE(region.Save(region.base + kPage / 2 + 5, kPage, false, true));
     EXPECT_TRUE(region.Save(region.base + kPage + 5, kPage - 5, false, true));
+    const std::size_t all = std::size_t{2} * kPage;
+    const decltype(device.syncs) syncs{
+        {pages[0], all, MS_SYNC | MS_INVALIDATE},
+        {pages[0], all, MS_ASYNC | MS_INVALIDATE},
+        {pages[0], all, MS_INVALIDATE},
+        {pages[0], all, MS_INVALIDATE},
+        // From the start of the first page with one of the bytes up to the last byte.
+        {pages[0], kPage + kPage / 2 + 5, MS_ASYNC | MS_INVALIDATE},
+        {pages[1], kPage, MS_ASYNC | MS_INVALIDATE}};
+    EXPECT_EQ(syncs, device.syncs);
     Told();
 
     const std::string report =
         "***********Assert failed.file=ShareMem,line=#,exp=false\n!ShareMem: ";
-    device.msyncFlags.clear();
+    device.syncs.clear();
     EXPECT_FALSE(region.Save(region.base - 1, 1, false, false));
     EXPECT_EQ(report + "Save to sharefile /mnt/region para ipData error\n", Told());
-    EXPECT_TRUE(device.msyncFlags.empty());
+    EXPECT_TRUE(device.syncs.empty());
 }
 
 } // namespace
