@@ -10,12 +10,9 @@ recipe=musl-toolchain.sh
 . "$(dirname -- "$0")/toolchain.sh"
 
 install_libc() {
-    # shellcheck source=machine/packages.sh
-    . "$here/packages.sh"
-    fetch_packages musl musl-dev
-    for package in musl musl-dev; do
-        cp -a "$cache/mipsel/$package/." "$work/musl"
-    done
+    mkdir "$work/musl"
+    packages=$(sh "$here/packages.sh" musl musl-dev)
+    cp -a "$packages/musl/." "$packages/musl-dev/." "$work/musl"
     cp -a "$work/musl/usr/include/mipsel-linux-musl/." "$sysroot/usr/include/"
     # musl has some of the kernel's folders of its own, scsi for one; the kernel's files go beside.
     cp -a "$kernel_headers/." "$sysroot/usr/include/"

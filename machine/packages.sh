@@ -1,39 +1,49 @@
 #!/bin/sh
-# Read by the scripts beside it: Debian's packages for mipsel, on a machine of another architecture
-# and without root. apt works on folders of its own in the cache and on this machine's sources.
-# shellcheck shell=sh
-: "${cache:?}"
+# packages.sh NAME...: unpacks Debian's packages NAME for mipsel, each once, on a machine of another
+# architecture and without root; prints the folder that then has a folder NAME for each. apt works
+# on files of its own in the cache, and on this machine's sources.
+set -eu
+here=$(CDPATH='' cd -- "$(dirname -- "$0")" && pwd -P)
+# shellcheck source=machine/cache.sh
+. "$here/cache.sh"
+use_cache mipsel
+folder=$cache/mipsel
 
-# apt_mipsel TOOL ARGUMENT...: apt-get or apt-cache, for mipsel.
-apt_mipsel() { APT_CONFIG=$cache/mipsel/apt.conf "$@"; }
+# apt TOOL ARGUMENT...: apt-get or apt-cache, for mipsel.
+apt() { APT_CONFIG=$folder/apt.conf "$@"; }
 
+# Reads the list of packages, the first time that it is needed.
 prepare_apt() {
-    [ -z "${apt_ready-}" ] || return 0
-    apt_ready=yes
-    mkdir -p "$cache/mipsel/state/lists/partial" "$cache/mipsel/archives/partial"
-    : >"$cache/mipsel/status"
-    cat >"$cache/mipsel/apt.conf" <<CONF
+    [ -z "${prepared-}" ] || return 0
+    prepared=yes
+    mkdir -p "$folder/state/lists/partial" "$folder/archives/partial"
+    : >"$folder/status"
+    cat >"$folder/apt.conf" <<CONF
 APT::Architecture "mipsel";
 APT::Architectures { "mipsel"; };
 APT::Sandbox::User "$(id -un)";
-Dir::State "$cache/mipsel/state";
-Dir::State::status "$cache/mipsel/status";
-Dir::Cache "$cache/mipsel";
+Dir::State "$folder/state";
+Dir::State::status "$folder/status";
+Dir::Cache "$folder";
 CONF
     echo "Reading the list of Debian's packages for mipsel" >&2
-    apt_mipsel apt-get -qq update >&2
+    apt apt-get -qq update >&2
 }
 
-# fetch_packages NAME...: unpacks each package to $cache/mipsel/NAME, once. use_cache ran before.
-fetch_packages() {
-    for package; do
-        [ ! -e "$cache/mipsel/$package/.whole" ] || continue
-        prepare_apt
-        rm -rf "$cache/mipsel/$package" "$cache/mipsel/download"
-        mkdir -p "$cache/mipsel/download"
-        echo "Fetching $package for mipsel" >&2
-        (cd "$cache/mipsel/download" && apt_mipsel apt-get -qq download "$package") >&2
-        dpkg-deb -x "$cache"/mipsel/download/*.deb "$cache/mipsel/$package"
-        : >"$cache/mipsel/$package/.whole"
-    done
-}
+for package; do
+    [ ! -e "$folder/$package/.whole" ] || continue
+    prepare_apt
+    rm -rf "${folder:?}/$package" "$folder/download"
+    mkdir -p "$folder/download"
+    # The newest kernel has a package that only names it.
+    case $package in
+    linux-image-*) real=$(apt apt-cache depends "$package" | sed -n 's/^ *Depends: //p') ;;
+    *) real=$package ;;
+    esac
+    echo "Fetching $real for mipsel" >&2
+    (cd "$folder/download" && apt apt-get -qq download "$real") >&2
+    dpkg-deb -x "$folder"/download/*.deb "$folder/$package"
+    rm -r "$folder/download"
+    : >"$folder/$package/.whole"
+done
+echo "$folder"

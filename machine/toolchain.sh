@@ -132,7 +132,7 @@ provide_toolchain() {
         (cd "$given" && pwd -P)
         return
     fi
-    use_cache
+    use_cache "$libc"
     out=$cache/$libc
     key=$(cat "$here/toolchain.sh" "$here/find_object.c" "$here/$recipe" | cksum)
     if [ "$(cat "$out/stamp" 2>/dev/null)" = "$key" ]; then

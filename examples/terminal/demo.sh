@@ -1,10 +1,11 @@
 #!/bin/sh
-# demo.sh BINDIR [DIR]: runs collector and uplink, from BINDIR, on the terminal.conf and the *.frames of
-# DIR (this folder's own without one). Exit status 0 when every reading that was sent has arrived and
-# the region with the last ones was found again.
+# demo.sh [--here] BINDIR [DIR]: runs collector and uplink, from BINDIR, on the terminal.conf and the
+# *.frames of DIR (this folder's own without one). Exit status 0 when every reading that was sent has
+# arrived and the region with the last ones was found again.
 #
 # Where it may, it runs in namespaces of its own: the terminal's directories are then a tmpfs that
-# only the demonstration sees, and the queue is one that no other process can reach.
+# only the demonstration sees, and the queue is one that no other process can reach. With --here it
+# uses the terminal's directories as they are: on a terminal.
 set -u
 
 say() { printf '\n%s\n' "$*"; }
@@ -16,12 +17,14 @@ fail() {
 head_of() { tr -d '\000' <"$1" | cut -c1-98 | head -n "$2" | sed 's/^/  /'; }
 
 private=no
-if [ "${1-}" = --private ]; then
-    private=yes
+case ${1-} in
+--private | --here)
+    private=${1#--}
     shift
-fi
+    ;;
+esac
 if [ $# -lt 1 ] || [ $# -gt 2 ]; then
-    echo "usage: demo.sh BINDIR [DIR]" >&2
+    echo "usage: demo.sh [--here] BINDIR [DIR]" >&2
     exit 2
 fi
 bin=$(CDPATH='' cd -- "$1" 2>/dev/null && pwd -P) || fail "no folder $1"
@@ -37,12 +40,12 @@ case $bin/:$dir/:$0 in
 *:/mnt/* | /mnt/*) ;;
 *)
     for flags in -mi -rmi; do
-        [ $private = no ] && unshare $flags sh -c "$terminal" 2>/dev/null &&
+        [ "$private" = no ] && unshare $flags sh -c "$terminal" 2>/dev/null &&
             exec unshare $flags sh "$0" --private "$bin" "$dir"
     done
     ;;
 esac
-if [ $private = yes ]; then
+if [ "$private" = private ]; then
     sh -c "$terminal" || exit 1
 fi
 
@@ -73,7 +76,7 @@ scratch=$(mktemp -d) || exit 1
 
 echo "Two programs of a terminal and a message queue: collector reads captured meter frames and sends"
 echo "the good ones, uplink receives them."
-[ $private = yes ] ||
+[ "$private" != no ] ||
     echo "(No private mounts here: what would go to the log and trace files goes to standard output.)"
 
 say "Readings, as they reach uplink"
@@ -93,7 +96,7 @@ say "The last reading of every meter: uplink, started again, finds it in the sha
 "$bin/uplink" show "$dir" "$scratch/meters.shm"
 shown=$?
 
-if [ $private = yes ]; then
+if [ "$private" != no ]; then
     for file in /mnt/sdcard/log/*.log /mnt/sd/term/common/trace/*.log; do
         [ ! -f "$file" ] || { say "$file" && head_of "$file" 9; }
     done
