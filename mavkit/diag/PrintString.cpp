@@ -3,28 +3,38 @@
 #include "mavkit/encoding/HexDigits.h"
 
 #include <cstddef>
-#include <cstring>
+#include <cstdint>
 
 namespace {
 
 constexpr unsigned kLineBytes = 36;
 
-// What each byte is rendered as: two digits, a blank, and a fourth character without meaning.
+// What each byte is rendered as: two digits, a blank, and a fourth character without meaning, in
+// one word as it is stored in memory.
 struct Groups {
-    char text[256][4];
+    std::uint32_t words[256];
 };
 
 constexpr Groups MakeGroups() {
+    constexpr bool kLittle = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__;
     Groups groups = {};
     for (unsigned byte = 0; byte < 256; ++byte) {
-        groups.text[byte][0] = mavkit::kUpperHexDigits[byte >> 4];
-        groups.text[byte][1] = mavkit::kUpperHexDigits[byte & 0x0F];
-        groups.text[byte][2] = ' ';
+        const char text[3] = {mavkit::kUpperHexDigits[byte >> 4],
+                              mavkit::kUpperHexDigits[byte & 0x0F], ' '};
+        for (unsigned i = 0; i < sizeof text; ++i)
+            groups.words[byte] |= std::uint32_t{static_cast<unsigned char>(text[i])}
+                                  << 8 * (kLittle ? i : 3 - i);
     }
     return groups;
 }
 
 constexpr Groups kGroups = MakeGroups();
+
+// A word at any address: two instructions of the target. (A std::memcpy of four bytes becomes a
+// call there when the library is built for size.)
+struct __attribute__((packed, may_alias)) LooseWord {
+    std::uint32_t value;
+};
 
 } // namespace
 
@@ -39,8 +49,8 @@ void GetPrintString(std::string& out, const void* data, unsigned int length, boo
         out.append(static_cast<const char*>(data), count);
     } else if (count != 0) {
         // Room for the line feeds as well, so that the text is written in place, in one pass. Each
-        // group is copied as the four characters of the table, which takes one load and one store:
-        // the fourth is overwritten by what follows, and after the last group it is cut off.
+        // group is stored as a word of four characters: the fourth is overwritten by what follows,
+        // and cut off after the last group.
         const std::size_t start = out.size();
         const std::size_t added = std::size_t{count} * 3 + count / kLineBytes;
         out.reserve(start + 8 + added);
@@ -49,8 +59,10 @@ void GetPrintString(std::string& out, const void* data, unsigned int length, boo
         for (const unsigned char* end = bytes + count; bytes != end;) {
             const std::size_t left = static_cast<std::size_t>(end - bytes);
             const unsigned char* lineEnd = left < kLineBytes ? end : bytes + kLineBytes;
-            for (; bytes != lineEnd; ++bytes, to += 3)
-                std::memcpy(to, kGroups.text[*bytes], sizeof kGroups.text[0]);
+            do {
+                reinterpret_cast<LooseWord*>(to)->value = kGroups.words[*bytes++];
+                to += 3;
+            } while (bytes != lineEnd);
             if (left >= kLineBytes)
                 *to++ = '\n';
         }
