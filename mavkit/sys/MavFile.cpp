@@ -3,8 +3,12 @@
 #include "mavkit/diag/Assert.h"
 #include "mavkit/diag/MavTrace.h"
 #include "mavkit/encoding/HexText.h"
+#include "mavkit/sys/OpenTerminal.h"
+#include "mavkit/sys/Stream.h"
 
+#include <atomic>
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
@@ -17,45 +21,56 @@ constexpr std::size_t kSmallSize = 3072;
 constexpr std::size_t kBufferSize = 8192;
 constexpr std::size_t kLineSize = 512;
 
-// True while a warning is on its way. Its export file is opened by MavFile too, which would warn about
-// that one, and so on: what is raised meanwhile is dropped.
-bool warning = false;
+// A warning is being written. Its export file is opened here too, and would draw a warning of its
+// own, and so on: what is raised meanwhile is dropped.
+std::atomic<bool> warning{false};
 
-class Warning {
-public:
-    Warning() : dropped_(warning) { warning = true; }
-    ~Warning() { warning = dropped_; }
-    Warning(const Warning&) = delete;
-    Warning& operator=(const Warning&) = delete;
-    bool Dropped() const { return dropped_; }
-
-private:
-    bool dropped_;
-};
-
-// What both opens tell about the descriptor that they got, -1 for none; errno stays as the open left
-// it.
-void Account(const char* path, int fd) {
+// Reports what an open gave: a descriptor, or -1 and errno. Leaves errno as it is.
+void ReportDescriptor(const char* path, int fd) {
     const int error = errno;
-    if (fd > kWarnAbove) {
-        const Warning one;
-        if (!one.Dropped())
-            MavTrace(LEVEL_WARN,
-                     0)("ZEPFile: open file %s success. WARNING fd(%d) is greater than %d\n", path,
-                        fd, kWarnAbove);
-        // clang-format off
-        ASSERT_REPORT(fd<64);
-        // clang-format on
-    } else if (fd == -1 && error == ENFILE) {
-        const Warning one;
+    const bool tableFull = fd == -1 && error == ENFILE;
+    if (tableFull)
         ASSERT_REPORT(false);
-        if (!one.Dropped())
-            MavTrace(LEVEL_WARN, 0)("ZEPFile: open file %s failure. errno==ENFILE\n", path);
+    if ((tableFull || fd > kWarnAbove) && !warning.load(std::memory_order_relaxed)) {
+        warning.store(true, std::memory_order_relaxed);
+        MavTrace trace(LEVEL_WARN, 0);
+        if (tableFull)
+            trace("ZEPFile: open file %s failure. errno==ENFILE\n", path);
+        else
+            trace("ZEPFile: open file %s success. WARNING fd(%d) is greater than %d\n", path, fd,
+                  kWarnAbove);
+        warning.store(false, std::memory_order_relaxed);
     }
+    // clang-format off
+    ASSERT_REPORT(fd<64);
+    // clang-format on
     errno = error;
 }
 
+// Opens a stream whose blocks gather in `buffer`, which must outlive it. The buffer is larger than
+// the blocks: a card takes a few large pieces much sooner than many small ones.
+mavkit::Stream OpenBuffered(const char* path, const char* mode, char (&buffer)[kBufferSize]) {
+    mavkit::Stream file(MavFile::OpenFile(path, mode));
+    if (file != nullptr)
+        std::setvbuf(file.get(), buffer, _IOFBF, sizeof buffer);
+    return file;
+}
+
+// Writes out the buffer of `file`. Returns false when a write has failed since the last clearerr().
+// The error flag is needed too: uClibc's fflush() drops what a full card refuses and returns 0.
+bool Flush(std::FILE* file) { return std::fflush(file) == 0 && std::ferror(file) == 0; }
+
 } // namespace
+
+std::FILE* mavkit::OpenTerminal(const char* path) {
+    const int fd = open(path, O_RDWR | O_NOCTTY | O_NONBLOCK);
+    std::FILE* file = fd != -1 ? fdopen(fd, "r+") : nullptr;
+    if (fd != -1 && file == nullptr)
+        close(fd);
+    else
+        ReportDescriptor(path, fd);
+    return file;
+}
 
 std::FILE* MavFile::OpenFile(const char* path, const char* mode) {
     if (path == nullptr || mode == nullptr) {
@@ -63,85 +78,63 @@ std::FILE* MavFile::OpenFile(const char* path, const char* mode) {
         return nullptr;
     }
     std::FILE* file = std::fopen(path, mode);
-    Account(path, file != nullptr ? fileno(file) : -1);
+    ReportDescriptor(path, file != nullptr ? fileno(file) : -1);
     return file;
 }
 
 int MavFile::OpenFile(const char* path, bool /*unused*/) {
     const int fd = open(path, O_RDWR | O_CREAT | O_TRUNC | O_SYNC, 0666);
-    Account(path, fd);
+    ReportDescriptor(path, fd);
     return fd;
 }
 
 int MavFile::CreateFile(const char* path, long size, unsigned char fill) {
     if (path == nullptr || size < 1)
         return -1;
-    std::FILE* file = OpenFile(path, "wb+");
+    char buffer[kBufferSize];
+    const mavkit::Stream file = OpenBuffered(path, "wb+", buffer);
     if (file == nullptr)
         return -1;
-    // Blocks gather in a buffer larger than themselves: a card takes few large pieces much sooner than
-    // many small ones.
-    char buffer[kBufferSize];
-    std::setvbuf(file, buffer, _IOFBF, sizeof buffer);
     char block[kSmallSize];
     std::memset(block, fill, sizeof block);
-    unsigned long left = static_cast<unsigned long>(size);
-    if (left > kSmallSize) {
-        // An earlier block's failure shows again in the last one.
-        for (; left > kBlockSize; left -= kBlockSize)
-            std::fwrite(block, kBlockSize, 1, file);
-    }
-    // The last block is still in the buffer: what the card says to it is known after the flush.
-    const bool written = std::fwrite(block, left, 1, file) == 1 && std::fflush(file) == 0;
-    std::fclose(file);
-    return written ? 0 : -1;
+    std::size_t last = static_cast<std::size_t>(size);
+    if (last > sizeof block)
+        for (; last > kBlockSize; last -= kBlockSize)
+            std::fwrite(block, kBlockSize, 1, file.get());
+    // Only the last block decides. It is still in the buffer: whether the card has room for it is
+    // known after the flush.
+    std::clearerr(file.get());
+    return std::fwrite(block, last, 1, file.get()) == 1 && Flush(file.get()) ? 0 : -1;
 }
 
 int MavFile::CopyFile(char* source, char* destination) {
     if (source == nullptr || destination == nullptr)
         return -1;
-    std::FILE* from = OpenFile(source, "rb+");
+    char fromBuffer[kBufferSize];
+    char toBuffer[kBufferSize];
+    const mavkit::Stream from = OpenBuffered(source, "rb+", fromBuffer);
     if (from == nullptr)
         return -1;
     std::remove(destination);
-    std::FILE* to = OpenFile(destination, "wb+");
-    if (to == nullptr) {
-        std::fclose(from);
+    const mavkit::Stream to = OpenBuffered(destination, "wb+", toBuffer);
+    if (to == nullptr)
         return -1;
-    }
-    // Through larger buffers, as in CreateFile().
-    char fromBuffer[kBufferSize];
-    char toBuffer[kBufferSize];
-    std::setvbuf(from, fromBuffer, _IOFBF, sizeof fromBuffer);
-    std::setvbuf(to, toBuffer, _IOFBF, sizeof toBuffer);
     char block[kBlockSize];
-    int result = 0;
     std::size_t length;
     do {
-        length = std::fread(block, 1, sizeof block, from);
-        if (std::fwrite(block, 1, length, to) != length)
-            result = -1;
-    } while (result == 0 && length == sizeof block);
-    // What still is in the buffer may be what the card has no room for.
-    if (std::fflush(to) != 0)
-        result = -1;
-    std::fclose(to);
-    std::fclose(from);
-    return result;
+        length = std::fread(block, 1, sizeof block, from.get());
+        if (std::fwrite(block, 1, length, to.get()) != length)
+            return -1;
+    } while (length == sizeof block);
+    return Flush(to.get()) ? 0 : -1;
 }
 
 int MavFile::SetFileRead(char* path, char* key, char* value) {
     if (value == nullptr)
         return -1;
-    *value = '\0';
-    if (key == nullptr)
-        return -1;
-    std::FILE* file = OpenFile(path, "rt");
-    if (file == nullptr)
-        return -1;
-    int result = -1;
+    const mavkit::Stream file(key != nullptr ? OpenFile(path, "rt") : nullptr);
     char line[kLineSize];
-    while (result == -1 && std::fgets(line, sizeof line, file) != nullptr) {
+    while (file != nullptr && std::fgets(line, sizeof line, file.get()) != nullptr) {
         if (std::strlen(line) < 4)
             continue;
         line[std::strcspn(line, "\r\n")] = '\0';
@@ -150,9 +143,9 @@ int MavFile::SetFileRead(char* path, char* key, char* value) {
         String_CutLine(keyPart, valuePart, line, '=');
         if (std::strncmp(keyPart, key, kLineSize) == 0) {
             std::memcpy(value, valuePart, std::strlen(valuePart) + 1);
-            result = 0;
+            return 0;
         }
     }
-    std::fclose(file);
-    return result;
+    *value = '\0'; // not before: `key` may be in the same buffer
+    return -1;
 }
