@@ -66,7 +66,7 @@ public:
                        int (*nameOf)(unsigned char, char*)) {
         const std::string value = Text(key, 16);
         const unsigned char code = codeOf(value.c_str());
-        char name[9];
+        char name[TRACE_LEVEL_NAME_SIZE];
         nameOf(code, name);
         if (strcasecmp(name, value.c_str()) != 0) {
             std::string names;

@@ -70,8 +70,8 @@ MavDump& MavDump::operator<<(const strings& list) {
 }
 
 MavDump& MavDump::operator<<(const TraceSetting& setting) {
-    char level[9];
-    char ways[3][8];
+    char level[TRACE_LEVEL_NAME_SIZE];
+    char ways[3][TRACE_WAY_NAME_SIZE];
     MAKE_TRACE_LEVEL_KEY(setting.level, level);
     MAKE_TRACE_WAY_KEY(setting.traceWay, ways[0]);
     MAKE_TRACE_WAY_KEY(setting.dataWay, ways[1]);
@@ -86,13 +86,13 @@ MavDump& MavDump::operator<<(const TraceSetting& setting) {
 }
 
 MavDump& MavDump::operator<<(_TRACE_LEVEL level) {
-    char name[9];
+    char name[TRACE_LEVEL_NAME_SIZE];
     MAKE_TRACE_LEVEL_KEY(static_cast<unsigned char>(level), name);
     return *this << name;
 }
 
 MavDump& MavDump::operator<<(_EXPORT_WAY way) {
-    char name[8];
+    char name[TRACE_WAY_NAME_SIZE];
     MAKE_TRACE_WAY_KEY(static_cast<unsigned char>(way), name);
     return *this << name;
 }

@@ -1,24 +1,38 @@
 #include "mavkit/diag/MavTrace.h"
 
+#include "mavkit/diag/ExportWay.h"
 #include "mavkit/diag/IsTraced.h"
+#include "mavkit/diag/Trace.h"
+#include "mavkit/encoding/HexDigits.h"
 #include "mavkit/sys/MavFile.h"
+#include "mavkit/sys/OpenTerminal.h"
 #include "mavkit/time/BcdTime.h"
 
+#include <atomic>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <initializer_list>
+#include <string_view>
 #include <unistd.h>
 
 namespace {
 
+using mavkit::ExportWay;
+
 constexpr std::size_t kPathSize = 100;
 constexpr std::size_t kBackupSize = 1000500;
 
-constexpr const char* kDirectories[3] = {"/mnt/sd/term/common/trace/trace",
-                                         "/mnt/sd/term/common/trace/data",
-                                         "/mnt/sd/term/common/trace/sche"};
+// The channels by number: the beginning of their files' paths, and where their way is set.
+constexpr struct {
+    char path[32];
+    unsigned char TraceSetting::*way;
+} kChannels[] = {{"/mnt/sd/term/common/trace/trace", &TraceSetting::traceWay},
+                 {"/mnt/sd/term/common/trace/data", &TraceSetting::dataWay},
+                 {"/mnt/sd/term/common/trace/sche", &TraceSetting::scheWay}};
+constexpr unsigned char kChannelCount = sizeof kChannels / sizeof kChannels[0];
 
 constexpr TraceSetting BuiltIn() {
     TraceSetting setting;
@@ -29,8 +43,45 @@ constexpr TraceSetting BuiltIn() {
 }
 constexpr TraceSetting kBuiltIn = BuiltIn();
 
-// Moves the content of the export file `path`, open as `file`, into its backup and returns the emptied
-// file; null when that cannot be opened. `file` is closed, or returned when there is no memory.
+// The built-in setting as callers get it. Once GetSetting() has handed it out somebody may have
+// changed it, and it is restored before each use; before that there is nothing to restore.
+TraceSetting builtIn = kBuiltIn;
+std::atomic<bool> handedOut{false};
+
+bool IsHandedOut() { return handedOut.load(std::memory_order_relaxed); }
+
+void RestoreBuiltIn() {
+    if (IsHandedOut())
+        builtIn = kBuiltIn;
+}
+
+const TraceSetting& ActiveSetting() {
+    const TraceSetting* setting = MavTrace::Setting;
+    return setting != nullptr ? *setting : builtIn;
+}
+
+// The channels that take a message, a bit each.
+unsigned int Takers(const TraceSetting& setting, int level, unsigned int flags) {
+    return (level <= setting.level ? 1U : 0U) | (flags & 3U) << 1;
+}
+
+// Joins `parts` to a path of less than `size` characters; false where they are longer: a path cut
+// short would be another file's.
+bool Join(char* path, std::size_t size, std::initializer_list<std::string_view> parts) {
+    for (const std::string_view part : parts) {
+        if (part.size() >= size)
+            return false;
+        std::memcpy(path, part.data(), part.size());
+        path += part.size();
+        size -= part.size();
+    }
+    *path = '\0';
+    return true;
+}
+
+// Moves the content of the export file `path`, open as `file`, into its backup and returns the
+// emptied file; null when that cannot be opened. `file` is closed, or returned when there is no
+// memory.
 std::FILE* Rotate(std::FILE* file, const char* path) {
     // A megabyte for a moment: held while a rotation runs and at no other time.
     void* content = std::calloc(1, kBackupSize);
@@ -40,33 +91,96 @@ std::FILE* Rotate(std::FILE* file, const char* path) {
     [[maybe_unused]] const std::size_t length = std::fread(content, 1, kBackupSize, file);
     std::fclose(file);
     file = MavFile::OpenFile(path, "w+");
-    // Other processes append to the emptied file at once; a stream that wrote at its own offset would
-    // write over their lines.
+    // Other processes append to the emptied file at once; a stream that wrote at its own offset
+    // would write over their lines.
     if (file != nullptr)
         fcntl(fileno(file), F_SETFL, O_APPEND);
     char backupPath[kPathSize + 4];
-    std::snprintf(backupPath, sizeof backupPath, "%s_bak", path);
+    Join(backupPath, sizeof backupPath, {path, "_bak"});
     if (std::FILE* backup = MavFile::OpenFile(backupPath, "w+")) {
-        std::fwrite(content, kBackupSize, 1, backup);
-        std::fclose(backup);
+        std::setvbuf(backup, nullptr, _IONBF, 0); // what is not written shows at once
+        const bool whole = std::fwrite(content, kBackupSize, 1, backup) == 1;
+        // The rest of a backup would leave a full card no room for the messages to come.
+        if (std::fclose(backup) != 0 || !whole)
+            std::remove(backupPath);
     }
     std::free(content);
     return file;
 }
 
-// The channels that take a message, a bit each.
-unsigned int Takers(const TraceSetting& setting, int level, unsigned int flags) {
-    return (level <= setting.level ? 1U : 0U) | (flags & 3U) << 1;
+std::FILE* Open(unsigned char channel, unsigned char way, std::string_view name, long maxSize) {
+    const ExportWay& exportWay = mavkit::FindWay(way);
+    switch (exportWay.kind) {
+    case ExportWay::None:
+        return nullptr;
+    case ExportWay::Stdout:
+        return stdout;
+    case ExportWay::Terminal:
+        return mavkit::OpenTerminal(exportWay.terminal);
+    case ExportWay::SharedFile:
+    case ExportWay::OwnFile:
+        break;
+    }
+    const bool own = exportWay.kind == ExportWay::OwnFile;
+    char path[kPathSize];
+    if (channel >= kChannelCount ||
+        !Join(path, sizeof path,
+              {kChannels[channel].path, own ? "_" : "", own ? name : "", ".log"}))
+        return nullptr;
+    std::FILE* file = MavFile::OpenFile(path, "a+");
+    if (file == nullptr)
+        return nullptr;
+    // lseek reports the size in one call; on an untouched stream it is the same as fseek and ftell.
+    const off_t size = lseek(fileno(file), 0, SEEK_END);
+    return size != static_cast<off_t>(-1) && size > maxSize ? Rotate(file, path) : file;
+}
+
+// Writes a message to the channels that take it.
+__attribute__((format(printf, 3, 0))) void Write(MavTrace& trace, const TraceSetting& setting,
+                                                 const char* format, std::va_list args) {
+    RestoreBuiltIn();
+    const unsigned int takers = Takers(setting, trace.level, trace.flags);
+    if (takers == 0)
+        return;
+    // The record's name may lack its terminator.
+    const std::string_view name(setting.name, strnlen(setting.name, sizeof setting.name));
+    char prefix[sizeof "kor(03-05 06:07:08):"] = "";
+    if (setting.prefixOn != 0 && !trace.printed) {
+        char now[7];
+        Get_CurBCDTime7(now);
+        const std::size_t tag = std::strlen(MavTrace::Prefix);
+        std::memcpy(prefix, MavTrace::Prefix, tag);
+        mavkit::FillHex("(#-# #:#:#):", now + 2, prefix + tag);
+    }
+    for (unsigned char channel = 0; channel < kChannelCount; ++channel) {
+        if ((takers >> channel & 1U) == 0)
+            continue;
+        std::FILE* file = Open(channel, setting.*kChannels[channel].way, name, setting.maxSize);
+        if (file == nullptr)
+            continue;
+        if (file != stdout)
+            std::setvbuf(file, nullptr, _IONBF, 0);
+        std::va_list copy; // one message may go to all three
+        va_copy(copy, args);
+        WriteLogEntry(file, prefix, std::strlen(prefix), format, copy);
+        va_end(copy);
+        if (*prefix != '\0')
+            trace.printed = true;
+        *prefix = '\0'; // for the first channel only
+        if (file != stdout)
+            std::fclose(file);
+    }
 }
 
 } // namespace
 
 bool mavkit::IsTraced(int level, unsigned int flags) {
-    const TraceSetting& setting = MavTrace(level, flags).GetSetting();
+    RestoreBuiltIn();
+    const TraceSetting& setting = ActiveSetting();
     const unsigned int takers = Takers(setting, level, flags);
-    const unsigned char ways[3] = {setting.traceWay, setting.dataWay, setting.scheWay};
-    for (unsigned int channel = 0; channel < 3; ++channel)
-        if ((takers >> channel & 1U) != 0 && ways[channel] > WAY_NONE && ways[channel] <= WAY_TTYP5)
+    for (unsigned char channel = 0; channel < kChannelCount; ++channel)
+        if ((takers >> channel & 1U) != 0 &&
+            FindWay(setting.*kChannels[channel].way).kind != ExportWay::None)
             return true;
     return false;
 }
@@ -75,81 +189,25 @@ const char MavTrace::Prefix[] = "kor";
 TraceSetting* MavTrace::Setting = nullptr;
 
 const TraceSetting& MavTrace::GetSetting() const {
-    static TraceSetting sDefaultSetting;
-    sDefaultSetting = kBuiltIn;
-    const TraceSetting* setting = Setting;
-    return setting != nullptr ? *setting : sDefaultSetting;
+    RestoreBuiltIn();
+    const TraceSetting& setting = ActiveSetting();
+    if (&setting == &builtIn)
+        handedOut.store(true, std::memory_order_relaxed);
+    return setting;
 }
 
 std::FILE* MavTrace::GetExportFile(unsigned char channel, unsigned char way, const char* name,
                                    long maxSize) const {
-    char path[kPathSize];
-    int length;
-    switch (way) {
-    case WAY_STDOUT:
-        return stdout;
-    case WAY_PUBLIC:
-    case WAY_PRIVATE:
-        if (channel >= sizeof kDirectories / sizeof kDirectories[0])
-            return nullptr;
-        length = way == WAY_PUBLIC
-                     ? std::snprintf(path, sizeof path, "%s.log", kDirectories[channel])
-                     : std::snprintf(path, sizeof path, "%s_%s.log", kDirectories[channel],
-                                     name != nullptr ? name : "");
-        break;
-    default:
-        if (way < WAY_TTYP0 || way > WAY_TTYP5)
-            return nullptr;
-        std::snprintf(path, sizeof path, "%s%d", "/dev/pts/", way - WAY_TTYP0);
-        return MavFile::OpenFile(path, "r+");
-    }
-    if (length < 0 || static_cast<std::size_t>(length) >= sizeof path)
-        return nullptr; // the name is too long: a cut path would be another file's
-    std::FILE* file = MavFile::OpenFile(path, "a+");
-    if (file == nullptr)
-        return nullptr;
-    // lseek tells the size in one call; on the untouched stream it is the same as fseek and ftell.
-    const off_t size = lseek(fileno(file), 0, SEEK_END);
-    return size != static_cast<off_t>(-1) && size > maxSize ? Rotate(file, path) : file;
+    return Open(channel, way, name != nullptr ? name : "", maxSize);
 }
 
+// Kept short: most messages of a program are under the threshold and end at the first test.
 void MavTrace::operator()(const char* format, ...) {
-    const TraceSetting& setting = GetSetting();
-    const unsigned int takers = Takers(setting, level, flags);
-    if (takers == 0)
+    const TraceSetting& setting = ActiveSetting();
+    if (Takers(setting, level, flags) == 0 && !IsHandedOut())
         return;
-    const unsigned char ways[3] = {setting.traceWay, setting.dataWay, setting.scheWay};
-    char name[sizeof setting.name + 1]; // the record's may lack its terminator
-    std::memcpy(name, setting.name, sizeof setting.name);
-    name[sizeof setting.name] = '\0';
-
-    char now[7];
-    Get_CurBCDTime7(now);
     std::va_list args;
     va_start(args, format);
-    for (unsigned char channel = 0; channel < 3; ++channel) {
-        if ((takers >> channel & 1U) == 0)
-            continue;
-        std::FILE* file = GetExportFile(channel, ways[channel], name, setting.maxSize);
-        if (file == nullptr)
-            continue;
-        // A buffer of our own: no allocation, and one write for prefix and message together, so that
-        // processes that share a file do not mix their lines.
-        char buffer[4096];
-        if (file != stdout)
-            std::setvbuf(file, buffer, _IOFBF, sizeof buffer);
-        if (setting.prefixOn != 0 && !printed) {
-            printed = true;
-            const auto* t = reinterpret_cast<const unsigned char*>(now);
-            std::fprintf(file, "%s(%02X-%02X %02X:%02X:%02X):", Prefix, unsigned{t[2]},
-                         unsigned{t[3]}, unsigned{t[4]}, unsigned{t[5]}, unsigned{t[6]});
-        }
-        std::va_list copy; // one message may go to all three
-        va_copy(copy, args);
-        std::vfprintf(file, format, copy);
-        va_end(copy);
-        if (file != stdout)
-            std::fclose(file);
-    }
+    Write(*this, setting, format, args);
     va_end(args);
 }

@@ -46,6 +46,10 @@ struct TraceSetting {
           scheWay(WAY_NONE), name(), maxSize(50000) {}
 };
 
+/// Sizes of the buffers for the name of a level and of an export way, the NUL included.
+constexpr unsigned int TRACE_LEVEL_NAME_SIZE = sizeof "Disabled";
+constexpr unsigned int TRACE_WAY_NAME_SIZE = sizeof "Private";
+
 /// Code of the level called \p name (case ignored). A text that names none is read as a decimal
 /// number in the manner of `atoi` and gives its low 8 bits, so "3" is 3, "300" is 44, "-1" is 255
 /// and "Fatal" is 0; a null pointer is 0. \return the code, 0 to 255: not checked against the table

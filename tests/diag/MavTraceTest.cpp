@@ -1,14 +1,16 @@
-// The trace channel: routing, prefix, export files and their rotation, nested warnings. What becomes
-// of a rotation whose calls fail is in faults/outcomes.txt.
+// The trace channel: routing, prefix, export files and their rotation, nested warnings. What a
+// failing call does to a rotation is in faults/outcomes.txt.
 #include "mavkit/diag/MavTrace.h"
 #include "device/Device.h"
 #include "mavkit/diag/IsTraced.h"
+#include "mavkit/diag/Trace.h"
 
 #include <cerrno>
 #include <climits>
 #include <cstring>
 #include <fcntl.h>
-#include <sys/stat.h>
+#include <fstream>
+#include <termios.h>
 #include <unistd.h>
 
 namespace {
@@ -43,11 +45,11 @@ TEST_F(MavTraceTest, RoutesByLevelAndFlags) {
         EXPECT_EQ(*c.takers != '\0', mavkit::IsTraced(c.level, c.flags));
         Device::ForgetCalls();
         MavTrace(c.level, c.flags)("m%d\n", 1);
-        EXPECT_EQ(Device::Calls("time"), *c.takers == '\0' ? 0 : 1);
+        EXPECT_EQ(*c.takers == '\0' ? 0 : 1, Device::Calls("time"));
         for (const std::string file : {"trace.log", "data_meterd.log", "sche.log"}) {
             // The object's first output carries the prefix, the others do not.
             const std::string line = std::strchr(c.takers, file[0]) != nullptr ? "m1\n" : "";
-            EXPECT_EQ(device.TraceFile(file), file[0] == *c.takers ? prefix + line : line);
+            EXPECT_EQ(file[0] == *c.takers ? prefix + line : line, device.TraceFile(file));
             device.Remove(dir + file);
         }
     }
@@ -58,7 +60,36 @@ TEST_F(MavTraceTest, RoutesByLevelAndFlags) {
     setting.dataWay = WAY_STDOUT;
     EXPECT_TRUE(mavkit::IsTraced(LEVEL_ERROR, 1));
     MavTrace(LEVEL_ERROR, 1)("c\n");
-    EXPECT_EQ(out.Take(), prefix + "c\n");
+    EXPECT_EQ(prefix + "c\n", out.Take());
+}
+
+// What a caller does to the built-in setting is undone by the next call, whether it writes or not.
+TEST_F(MavTraceTest, RestoresTheBuiltInSetting) {
+    MavTrace::Setting = nullptr;
+    MavTrace trace(LEVEL_VERBOSE, 0);
+    TraceSetting& builtIn = const_cast<TraceSetting&>(trace.GetSetting());
+    const auto spoil = [&] {
+        builtIn = setting;
+        builtIn.level = LEVEL_DISABLED;
+    };
+    const auto expectRestored = [&] {
+        EXPECT_EQ(LEVEL_VERBOSE, builtIn.level);
+        EXPECT_STREQ("Command", builtIn.name);
+    };
+    spoil();
+    trace("m\n");
+    EXPECT_EQ(prefix + "m\n", out.Take());
+    expectRestored();
+    spoil();
+    EXPECT_TRUE(mavkit::IsTraced(LEVEL_VERBOSE, 0));
+    expectRestored();
+    spoil();
+    MavTrace::Setting = &setting; // which does not matter
+    MavTrace(INT_MAX, 0)("m\n");
+    expectRestored();
+    spoil();
+    EXPECT_EQ(&setting, &trace.GetSetting());
+    expectRestored();
 }
 
 TEST_F(MavTraceTest, ExportFiles) {
@@ -78,7 +109,7 @@ TEST_F(MavTraceTest, ExportFiles) {
         {3, 2, "p", ""},           {3, 3, "p", ""},
         {200, 9, "p", pts5},       {0, 4, "p", pts0},
         {0, 0, "p", ""},           {0, 10, "p", ""},
-        {0, 255, "p", ""},
+        {0, 255, "p", ""},         {0, 7, "p", ""}, // a terminal that does not exist
     };
     device.Write("/dev/pts/5", "");
     device.Write("/dev/pts/0", "");
@@ -86,36 +117,116 @@ TEST_F(MavTraceTest, ExportFiles) {
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << c.channel << ' ' << c.way);
         std::FILE* file = trace.GetExportFile(static_cast<unsigned char>(c.channel),
-                                              static_cast<unsigned char>(c.way), c.name, 50000);
-        ASSERT_EQ(file == nullptr, c.file.empty());
+                                              static_cast<unsigned char>(c.way), c.name, -1);
+        ASSERT_EQ(c.file.empty(), file == nullptr);
         if (file != nullptr) {
             std::fputs("x", file);
             std::fclose(file);
-            EXPECT_EQ(device.TraceFile(c.file), "x");
+            EXPECT_EQ("x", device.TraceFile(c.file));
         }
     }
-    EXPECT_EQ(trace.GetExportFile(7, WAY_STDOUT, "p", 0), stdout);
+    EXPECT_FALSE(device.Exists("/dev/pts/3"));
+    EXPECT_TRUE(device.Exists(dir + dataFits + "_bak"));
+    EXPECT_EQ(stdout, trace.GetExportFile(7, WAY_STDOUT, "p", 0));
 
     // A record filled without a terminator names a file of 31 characters and reads no further.
     std::memset(setting.name, 'u', sizeof setting.name);
     Way(WAY_PRIVATE);
     MavTrace(0, 0)("whole");
-    EXPECT_EQ(device.TraceFile("trace_" + std::string(31, 'u') + ".log"), "whole");
+    EXPECT_EQ("whole", device.TraceFile("trace_" + std::string(31, 'u') + ".log"));
 }
 
-TEST_F(MavTraceTest, RealTerminal) {
-    const int master = posix_openpt(O_RDWR | O_NOCTTY);
-    if (master == -1 || grantpt(master) != 0 || unlockpt(master) != 0)
-        GTEST_SKIP() << "no pseudo-terminals here: " << std::strerror(errno);
-    ASSERT_EQ(symlink(ptsname(master), device.Path("/dev/pts/2").c_str()), 0);
-    const int slave = open(ptsname(master), O_RDWR | O_NOCTTY);
-    Way(WAY_TTYP2);
+// The system's count of this process's writes.
+int Writes() {
+    std::ifstream file("/proc/self/io");
+    int writes = -1;
+    for (std::string word; file >> word;)
+        if (word == "syscw:")
+            file >> writes;
+    return writes;
+}
+
+TEST_F(MavTraceTest, AnyLengthIsOneWrite) {
+    if (Writes() < 0)
+        GTEST_SKIP() << "this system does not count writes";
+    Way(WAY_PUBLIC);
+    setting.prefixOn = 1;
+    setting.maxSize = INT_MAX;
+    const std::string stamp = "03-05 06:07:08\t";
+    // 4096 bytes are formatted without memory from the heap: before, at and beyond that.
+    for (const std::size_t length : {1U, 4075U, 4076U, 4080U, 4081U, 6000U, 100000U}) {
+        SCOPED_TRACE(length);
+        const std::string text(length, 't'), file = device.TraceFile(), log = device.GeneralLog();
+        const int before = Writes();
+        MavTrace(0, 0)("%s", text.c_str());
+        EXPECT_EQ(1, Writes() - before);
+        GENERAL_LOG("%s", text.c_str());
+        EXPECT_EQ(2, Writes() - before);
+        EXPECT_EQ(file + prefix + text, device.TraceFile());
+        EXPECT_EQ(log + stamp + text, device.GeneralLog());
+        device.Remove(dir + "trace.log");
+        device.Remove(Device::kGeneralLog);
+    }
+    // Without memory a long one is written in pieces, with what the caller's errno was.
+    const std::string text(6000, 't');
+    const char* format = "%m %s";
+    for (const bool log : {false, true}) {
+        Device::Fail("malloc", ENOMEM);
+        errno = ENOENT;
+        log ? GENERAL_LOG(format, text.c_str()) : MavTrace(0, 0)(format, text.c_str());
+        EXPECT_EQ((log ? stamp : prefix) + std::strerror(ENOENT) + " " + text,
+                  log ? device.GeneralLog() : device.TraceFile());
+    }
+}
+
+// A pseudo-terminal of this machine as the terminal's /dev/pts/2.
+class PseudoTerminalTest : public MavTraceTest {
+protected:
+    void SetUp() override {
+        if (master == -1 || grantpt(master) != 0 || unlockpt(master) != 0)
+            GTEST_SKIP() << "no pseudo-terminals here: " << std::strerror(errno);
+        slave = open(ptsname(master), O_RDWR | O_NOCTTY);
+        ASSERT_EQ(0, symlink(ptsname(master), device.Path("/dev/pts/2").c_str()));
+        Way(WAY_TTYP2);
+    }
+    void TearDown() override {
+        close(slave);
+        close(master);
+    }
+    // What a person sees, up to `length` characters.
+    std::string Seen(std::size_t length) const {
+        std::string text(length, '\0');
+        const ssize_t count = read(master, &text[0], length);
+        text.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
+        return text;
+    }
+
+    const int master = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK);
+    int slave = -1;
+};
+
+TEST_F(PseudoTerminalTest, ShowsMessages) {
     MavTrace(1, 0)("on the wire\n");
-    char text[64] = {};
-    EXPECT_GT(read(master, text, sizeof text - 1), 0);
-    EXPECT_STREQ(text, "on the wire\r\n");
-    close(slave);
-    close(master);
+    EXPECT_EQ("on the wire\r\n", Seen(64));
+}
+
+TEST_F(PseudoTerminalTest, NeitherStopsNorKillsTheProcess) {
+    EXPECT_TRUE(Succeeded(Start([this] {
+        alarm(20);
+        setsid(); // as a resident process does
+        MavTrace(1, 0)("line\n");
+        EXPECT_EQ(-1, tcgetsid(slave)) << "it has become the controlling terminal";
+        // Nobody reads: what does not fit is dropped.
+        MavTrace(1, 0)("%s\n", std::string(100000, 'x').c_str());
+        for (int i = 0; i < 1000; ++i)
+            MavTrace(1, 0)("%s\n", std::string(100, 'y').c_str());
+        EXPECT_EQ("line\r\nxxx", Seen(9));
+        while (!Seen(4096).empty()) {
+        }
+        MavTrace(1, 0)("again\n");
+        EXPECT_EQ("again\r\n", Seen(64));
+        return true;
+    })));
 }
 
 TEST_F(MavTraceTest, Rotation) {
@@ -141,11 +252,29 @@ TEST_F(MavTraceTest, Rotation) {
         device.Remove(dir + "trace.log_bak");
         setting.maxSize = c.limit;
         MavTrace(0, 0)("new");
-        EXPECT_EQ(device.TraceFile(), c.rotates ? "new" : old + "new");
+        EXPECT_EQ(c.rotates ? "new" : old + "new", device.TraceFile());
         std::string backup = old.substr(0, kBackup);
         backup.resize(kBackup);
-        EXPECT_EQ(device.TraceFile("trace.log_bak"), c.rotates ? backup : "");
+        EXPECT_EQ(c.rotates ? backup : "", device.TraceFile("trace.log_bak"));
     }
+}
+
+TEST_F(MavTraceTest, RotationThatFails) {
+    Way(WAY_PUBLIC);
+    setting.maxSize = -2; // below what a failed lseek gives
+    const auto trace = [this] {
+        device.Write(dir + "trace.log", "old ");
+        device.Write(dir + "trace.log_bak", "older ");
+        MavTrace(0, 0)("new");
+        return device.TraceFile() + "+" + device.TraceFile("trace.log_bak").c_str();
+    };
+    Device::Fail("lseek", ESPIPE);
+    EXPECT_EQ("old new+older ", trace());
+    Device::Fail("fopen", EACCES, 1, 1); // the file, to empty it
+    EXPECT_EQ("old +old ", trace());
+    const Limit full(RLIMIT_FSIZE, 500000); // a part of a backup is none
+    EXPECT_EQ("new+", trace());
+    EXPECT_FALSE(device.Exists(dir + "trace.log_bak"));
 }
 
 // With many descriptors open, the warning about an export file is traced into an export file, whose
@@ -162,16 +291,17 @@ TEST_F(MavTraceTest, DescriptorWarningsDoNotNest) {
             Way(way);
             Device::ForgetCalls();
             MavTrace(LEVEL_ERROR, 0)("message\n");
-            EXPECT_EQ(Device::Calls("fopen"), 2); // for the message, and for the warning about it
+            const int opened = Device::Calls("fopen") + Device::Calls("open");
+            const std::string reports = out.Take();
+            EXPECT_EQ(2, opened); // for the message, and for the warning about it
             const std::string warning = "ZEPFile: open file " + path + " success. WARNING fd(" +
                                         std::to_string(level) + ") is greater than 8\n";
             // A terminal's stream writes where it stands, a file's at the end.
-            EXPECT_EQ(device.Read(path),
-                      way == WAY_TTYP1 ? "message\n" + warning.substr(8) : warning + "message\n");
-            const std::string reports = out.Take();
-            EXPECT_EQ(reports.find("***********Assert failed.file=MavFile,line=") == 0,
-                      level == 64);
-            EXPECT_EQ(reports.empty(), level == 9);
+            EXPECT_EQ(way == WAY_TTYP1 ? "message\n" + warning.substr(8) : warning + "message\n",
+                      device.Read(path));
+            EXPECT_EQ(level == 64,
+                      reports.find("***********Assert failed.file=MavFile,line=") == 0);
+            EXPECT_EQ(level == 9, reports.empty());
         }
     }
 }

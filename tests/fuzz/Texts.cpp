@@ -77,7 +77,7 @@ void TraceNames(fuzz::Input in) {
             wanted = strcasecmp(text.c_str(), names[way][i].c_str()) == 0 ? i : wanted;
         const int code = (way ? MAKE_TRACE_WAY_VAL : MAKE_TRACE_LEVEL_VAL)(text.c_str());
         CHECK(code == (wanted & 0xFF));
-        std::vector<char> name(way ? 8 : 9);
+        std::vector<char> name(way ? TRACE_WAY_NAME_SIZE : TRACE_LEVEL_NAME_SIZE);
         const auto toName = way ? MAKE_TRACE_WAY_KEY : MAKE_TRACE_LEVEL_KEY;
         CHECK(toName(static_cast<unsigned char>(code), name.data()) == 0);
         CHECK((code < (way ? 10 : 5) ? names[way][code] : "invalid") == name.data());
