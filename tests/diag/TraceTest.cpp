@@ -4,6 +4,7 @@
 #include "mavkit/diag/Assert.h"
 
 #include <cerrno>
+#include <string>
 
 namespace {
 
@@ -14,18 +15,19 @@ TEST_F(TraceTest, AppendsStampedEntriesAndFallsBackToStdout) {
     GENERAL_LOG("no end,");
     Device::HoldClock(kNow + 1);
     GENERAL_LOG(" then%s\n", "");
-    EXPECT_EQ(device.GeneralLog(), "03-05 06:07:08\tMeter: a answered 7\n"
-                                   "03-05 06:07:08\tno end,03-05 06:07:09\t then\n");
+    EXPECT_EQ("03-05 06:07:08\tMeter: a answered 7\n"
+              "03-05 06:07:08\tno end,03-05 06:07:09\t then\n",
+              device.GeneralLog());
     Device::Fail("localtime", EOVERFLOW);
     Trace{"/mnt/sdcard/log/own.log", 1, 0}("lost clock\n");
-    EXPECT_EQ(device.Read("/mnt/sdcard/log/own.log"), "00-00 00:00:00\tlost clock\n");
-    EXPECT_EQ(out.Take(), "");
+    EXPECT_EQ("00-00 00:00:00\tlost clock\n", device.Read("/mnt/sdcard/log/own.log"));
+    EXPECT_EQ("", out.Take());
 
     device.Remove("/mnt/sdcard/log");
     Device::ForgetCalls();
     GENERAL_LOG("Meter: %d%%\n", 5);
-    EXPECT_EQ(out.Take(), "Meter: 5%\n");
-    EXPECT_EQ(Device::Calls("time"), 0);
+    EXPECT_EQ("Meter: 5%\n", out.Take());
+    EXPECT_EQ(0, Device::Calls("time"));
 }
 
 TEST_F(TraceTest, AssertionReportsTheSourceTextAndGoesOn) {
@@ -36,19 +38,30 @@ TEST_F(TraceTest, AssertionReportsTheSourceTextAndGoesOn) {
     ASSERT_REPORT(fd<64);
     // clang-format on
     ASSERT_REPORT(++evaluated == 1);
-    EXPECT_EQ(out.Take(), head + "TraceTest,line=" + line + ",exp=fd<64\n");
-    EXPECT_EQ(evaluated, 1);
+    EXPECT_EQ(head + "TraceTest,line=" + line + ",exp=fd<64\n", out.Take());
+    EXPECT_EQ(1, evaluated);
     // The stem is found in any path that a build system may give.
     for (const char* path : {"s.t", "s.t.cpp", "/a.b/s.t.cpp", "../x/s.t.x", "p/plain"}) {
         ReportFailedAssertion(path, 1, "false");
         const char* stem = path[3] == '\0' ? "s" : *path == 'p' ? "plain" : "s.t";
-        EXPECT_EQ(out.Take(), head + stem + ",line=1,exp=false\n") << path;
+        EXPECT_EQ(head + stem + ",line=1,exp=false\n", out.Take()) << path;
     }
 }
 
 // Any text as a name, and any code, are tried in fuzz/Texts.cpp.
-TEST(TraceSetting, NamesAndCodes) {
-    EXPECT_EQ(MAKE_TRACE_LEVEL_VAL(nullptr) + MAKE_TRACE_WAY_VAL(nullptr), 0);
+TEST(TraceSetting, CodesOfNames) {
+    const struct {
+        const char* name;
+        int level, way;
+    } cases[] = {{"VERBOSE", 4, 0}, {"ttyP5", 0, 9}, {"Warning", 0, 0}, {" +12x", 12, 12},
+                 {"010", 10, 10},   {"0x1F", 0, 0},  {"300", 44, 44},   {"-1", 255, 255},
+                 {"", 0, 0},        {nullptr, 0, 0}, {"None ", 0, 0},   {"7", 7, 7},
+                 {"Error", 1, 0},   {"Public", 0, 2}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name != nullptr ? c.name : "null");
+        EXPECT_EQ(c.level, MAKE_TRACE_LEVEL_VAL(c.name));
+        EXPECT_EQ(c.way, MAKE_TRACE_WAY_VAL(c.name));
+    }
 }
 
 } // namespace

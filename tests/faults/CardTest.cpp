@@ -1,4 +1,4 @@
-// A card that is full, read-only or gone, and a process that has used up its descriptors: for real where
+// A card that is full or read-only, and a process that has used up its descriptors: for real where
 // this machine lets a process mount a file system of its own, with the nearest stand-in elsewhere.
 #include "device/Device.h"
 #include "mavkit/mavkit.h"
@@ -13,7 +13,8 @@
 
 namespace {
 
-// Mounts a tmpfs of 64 KiB as the terminal's /mnt, with its directories; false where that is not allowed.
+// Mounts a tmpfs of 64 KiB as the terminal's /mnt, with its directories; false where that is not
+// allowed.
 bool MountCard(const Device& device) {
     const std::string card = device.Path("/mnt");
     if (unshare(CLONE_NEWNS) != 0) {
@@ -53,23 +54,34 @@ TEST_F(CardTest, FullCardDropsMessagesAndRecovers) {
         std::optional<Limit> noRoom;
         if (!mounted)
             noRoom.emplace(RLIMIT_FSIZE, 0U);
-        EXPECT_EQ(MavFile::CreateFile(filler.c_str(), 1000000, 0), -1);
-        EXPECT_EQ(device.Read(filler).size() > 40000, mounted); // all that there was
-        EXPECT_EQ(MavFile::CreateFile("/mnt/one", 1, 0), -1);
-        EXPECT_EQ(MavFile::CreateFile("/mnt/many", 5000, 0), -1);
-        EXPECT_EQ(MavFile::CopyFile(&source[0], &copy[0]), -1);
+        EXPECT_EQ(-1, MavFile::CreateFile(filler.c_str(), 1000000, 0));
+        EXPECT_EQ(mounted, device.Read(filler).size() > 40000); // all that there was
+        EXPECT_EQ(-1, MavFile::CreateFile("/mnt/one", 1, 0));
+        EXPECT_EQ(-1, MavFile::CreateFile("/mnt/many", 5000, 0));
+        EXPECT_EQ(-1, MavFile::CopyFile(&source[0], &copy[0]));
         GENERAL_LOG("dropped\n");
         MavTrace(0, 0)("dropped\n");
-        EXPECT_EQ(device.GeneralLog(), log);
-        EXPECT_EQ(device.TraceFile(), trace);
+        EXPECT_EQ(log, device.GeneralLog());
+        EXPECT_EQ(trace, device.TraceFile());
 
         noRoom.reset();
         device.Remove(filler);
         GENERAL_LOG("after\n");
         MavTrace(0, 0)("after\n");
-        EXPECT_EQ(device.GeneralLog().size(), log.size() + 15 + 6);
-        EXPECT_EQ(device.TraceFile(), trace + "after\n");
-        EXPECT_EQ(MavFile::CopyFile(&source[0], &copy[0]), 0);
+        EXPECT_EQ(log.size() + 15 + 6, device.GeneralLog().size());
+        EXPECT_EQ(trace + "after\n", device.TraceFile());
+        EXPECT_EQ(0, MavFile::CopyFile(&source[0], &copy[0]));
+
+        if (mounted) { // there is no room for a backup, and a part of one would silence the logs
+            EXPECT_EQ(-1, MavFile::CreateFile(filler.c_str(), 1000000, 0));
+            setting.maxSize = 100;
+            MavTrace(0, 0)("rotated\n");
+            EXPECT_EQ("rotated\n", device.TraceFile());
+            EXPECT_FALSE(device.Exists(std::string(Device::kTraceDir) + "trace.log_bak"));
+            const std::string entries = device.GeneralLog();
+            GENERAL_LOG("room\n");
+            EXPECT_EQ(entries + "03-05 06:07:08\troom\n", device.GeneralLog());
+        }
         return true;
     })));
 }
@@ -81,14 +93,15 @@ TEST_F(CardTest, ReadOnlyCard) {
         const std::string card = device.Path("/mnt");
         EXPECT_TRUE(MountCard(device));
         device.Write(source, "s");
-        EXPECT_EQ(mount(nullptr, card.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
-        EXPECT_EQ(MavFile::CreateFile("/mnt/f", 1, 0), -1);
-        EXPECT_EQ(MavFile::CopyFile(&source[0], &copy[0]), -1); // it is opened for writing too
-        EXPECT_EQ(MavFile::OpenFile("/mnt/f", false), -1);
-        EXPECT_EQ(errno, EROFS);
+        EXPECT_EQ(0, mount(nullptr, card.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr));
+        EXPECT_EQ(-1, MavFile::CreateFile("/mnt/f", 1, 0));
+        std::string elsewhere = "/dev/pts/copy";                     // which can be written
+        EXPECT_EQ(-1, MavFile::CopyFile(&source[0], &elsewhere[0])); // the source cannot
+        EXPECT_EQ(-1, MavFile::OpenFile("/mnt/f", false));
+        EXPECT_EQ(EROFS, errno);
         MavTrace(0, 0)("dropped\n");
         GENERAL_LOG("to the console\n");
-        EXPECT_EQ(out.Take(), "to the console\n");
+        EXPECT_EQ("to the console\n", out.Take());
         ShareMem region;
         region.Init("/mnt/region", 8, nullptr, nullptr, nullptr);
         return region.base == nullptr;
@@ -101,22 +114,22 @@ TEST_F(CardTest, DescriptorsUsedUp) {
     device.Write(source, "speed=9\n");
     {
         const Limit none(RLIMIT_NOFILE, static_cast<rlim_t>(Device::LowestFreeDescriptor()));
-        EXPECT_EQ(MavFile::OpenFile("/mnt/source", "rb"), nullptr);
-        EXPECT_EQ(errno, EMFILE);
-        EXPECT_EQ(MavFile::SetFileRead(&source[0], key, value), -1);
-        EXPECT_EQ(MavFile::CreateFile("/mnt/f", 1, 0), -1);
+        EXPECT_EQ(nullptr, MavFile::OpenFile("/mnt/source", "rb"));
+        EXPECT_EQ(EMFILE, errno);
+        EXPECT_EQ(-1, MavFile::SetFileRead(&source[0], key, value));
+        EXPECT_EQ(-1, MavFile::CreateFile("/mnt/f", 1, 0));
         MavTrace(0, 0)("dropped\n");
         GENERAL_LOG("to the console\n");
         DirScan scan(card.c_str());
         EXPECT_TRUE(scan.Scan([](int, bool, const char*, const char*, void*) { return false; },
                               nullptr, -1));
-        EXPECT_EQ(GetNetIP("lo", address), -1);
+        EXPECT_EQ(-1, GetNetIP("lo", address));
         EXPECT_FALSE(IsProcessRunning(getpid(), nullptr));
     }
-    EXPECT_EQ(out.Take(), "to the console\nDirScan: Error!Can not open directory:" + card + "\n");
-    EXPECT_EQ(MavFile::SetFileRead(&source[0], key, value), 0);
+    EXPECT_EQ("to the console\nDirScan: Error!Can not open directory:" + card + "\n", out.Take());
+    EXPECT_EQ(0, MavFile::SetFileRead(&source[0], key, value));
     MavTrace(0, 0)("back\n");
-    EXPECT_EQ(device.TraceFile(), "back\n");
+    EXPECT_EQ("back\n", device.TraceFile());
 }
 
 } // namespace

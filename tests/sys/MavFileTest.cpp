@@ -1,18 +1,28 @@
-// File helpers: descriptor accounting, filling, copying, key=value lines.
+// File helpers: descriptor warnings, filling, copying, key=value lines.
 #include "mavkit/sys/MavFile.h"
 #include "device/Device.h"
 
 #include <cerrno>
 #include <climits>
+#include <cstring>
 #include <fcntl.h>
 #include <regex>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
 
-using MavFileTest = TerminalTest;
+class MavFileTest : public TerminalTest {
+protected:
+    // What went to standard output, the lines of assertions without their numbers.
+    std::string Told() {
+        return std::regex_replace(out.Take(), std::regex("line=[0-9]+"), "line=#");
+    }
 
-TEST_F(MavFileTest, DescriptorOpenEmptiesSynchronisesAndTells) {
+    const std::string report = "***********Assert failed.file=MavFile,line=#,exp=";
+};
+
+TEST_F(MavFileTest, DescriptorOpenEmptiesSynchronisesAndWarns) {
     const std::string path = device.Path("/mnt/f");
     for (const int expected : {8, 9, 63, 64}) {
         const TakenUpTo taken(expected);
@@ -21,20 +31,46 @@ TEST_F(MavFileTest, DescriptorOpenEmptiesSynchronisesAndTells) {
             told = "ZEPFile: open file " + path + " success. WARNING fd(" +
                    std::to_string(expected) + ") is greater than 8\n";
         if (expected > 63)
-            told += "***********Assert failed.file=MavFile,line=#,exp=fd<64\n";
+            told += report + "fd<64\n";
         device.Write("/mnt/f", "old");
-        EXPECT_EQ(MavFile::OpenFile(path.c_str(), false), expected);
-        EXPECT_EQ(std::regex_replace(out.Take(), std::regex("line=[0-9]+"), "line=#"), told);
-        EXPECT_EQ(device.Read("/mnt/f"), "");
-        EXPECT_EQ(fcntl(expected, F_GETFL) & (O_ACCMODE | O_SYNC), O_RDWR | O_SYNC);
+        EXPECT_EQ(expected, MavFile::OpenFile(path.c_str(), false));
+        EXPECT_EQ(told, Told());
+        EXPECT_EQ("", device.Read("/mnt/f"));
+        EXPECT_EQ(O_RDWR | O_SYNC, fcntl(expected, F_GETFL) & (O_ACCMODE | O_SYNC));
         close(expected);
     }
-    // What the telling itself may fail with does not hide why.
+    const mode_t mask = umask(0);
+    close(MavFile::OpenFile("/mnt/new", false));
+    umask(mask);
+    struct stat status;
+    ASSERT_EQ(0, stat(device.Path("/mnt/new").c_str(), &status));
+    EXPECT_EQ(0666U, status.st_mode & 07777U);
+}
+
+TEST_F(MavFileTest, ReportsAFullTableOfFiles) {
+    const std::string warning = "ZEPFile: open file /mnt/f failure. errno==ENFILE\n";
+    Device::Fail("open", ENFILE);
+    EXPECT_EQ(-1, MavFile::OpenFile("/mnt/f", false));
+    EXPECT_EQ(report + "false\n" + warning, Told());
+    setting.level = LEVEL_WARN; // the level of the warnings
+    Device::Fail("fopen", ENFILE);
+    EXPECT_EQ(nullptr, MavFile::OpenFile("/mnt/f", "r"));
+    EXPECT_EQ(report + "false\n" + warning, Told());
+    setting.level = LEVEL_ERROR;
+    Device::Fail("fopen", ENFILE);
+    EXPECT_EQ(nullptr, MavFile::OpenFile("/mnt/f", "r"));
+    EXPECT_EQ(report + "false\n", Told());
+    EXPECT_EQ(nullptr, MavFile::OpenFile("/mnt/missing", "r"));
+    EXPECT_EQ(nullptr, MavFile::OpenFile("/mnt/f", nullptr));
+    EXPECT_EQ(nullptr, MavFile::OpenFile(nullptr, "r"));
+    EXPECT_EQ("", Told());
+    // A failure of the warning itself does not hide the reason.
+    setting.level = LEVEL_WARN;
     setting.traceWay = WAY_PUBLIC;
     device.Remove(Device::kTraceDir);
     Device::Fail("open", ENFILE);
-    EXPECT_EQ(MavFile::OpenFile("/mnt/f", false), -1);
-    EXPECT_EQ(errno, ENFILE);
+    EXPECT_EQ(-1, MavFile::OpenFile("/mnt/f", false));
+    EXPECT_EQ(ENFILE, errno);
 }
 
 TEST_F(MavFileTest, CreatesFilledFiles) {
@@ -47,48 +83,63 @@ TEST_F(MavFileTest, CreatesFilledFiles) {
         SCOPED_TRACE(c.size);
         device.Remove("/mnt/f");
         Device::ForgetCalls();
-        EXPECT_EQ(MavFile::CreateFile("/mnt/f", c.size, 0xA5), c.size > 0 ? 0 : -1);
-        EXPECT_EQ(Device::Calls("fwrite"), c.writes);
-        EXPECT_EQ(device.Exists("/mnt/f"), c.size > 0);
-        EXPECT_EQ(device.Read("/mnt/f"),
-                  std::string(c.size > 0 ? static_cast<std::size_t>(c.size) : 0, '\xA5'));
+        EXPECT_EQ(c.size > 0 ? 0 : -1, MavFile::CreateFile("/mnt/f", c.size, 0xA5));
+        EXPECT_EQ(c.writes, Device::Calls("fwrite"));
+        EXPECT_EQ(c.size > 0, device.Exists("/mnt/f"));
+        EXPECT_EQ(std::string(c.size > 0 ? static_cast<std::size_t>(c.size) : 0, '\xA5'),
+                  device.Read("/mnt/f"));
     }
-    EXPECT_EQ(MavFile::CreateFile("/mnt/f", 2, 'z'), 0);
-    EXPECT_EQ(device.Read("/mnt/f"), "zz"); // the old content goes
-    EXPECT_EQ(MavFile::CreateFile(nullptr, 5, 0), -1);
-    EXPECT_EQ(MavFile::CreateFile("/mnt/missing/f", 5, 0), -1);
+    EXPECT_EQ(0, MavFile::CreateFile("/mnt/f", 2, 'z'));
+    EXPECT_EQ("zz", device.Read("/mnt/f")); // nothing of the old content
+    EXPECT_EQ(-1, MavFile::CreateFile(nullptr, 5, 0));
+    EXPECT_EQ(-1, MavFile::CreateFile("/mnt/missing/f", 5, 0));
+    const Limit full(RLIMIT_FSIZE, 3000);
+    for (const long size : {3001L, 5000L, 20000L})
+        EXPECT_EQ(-1, MavFile::CreateFile("/mnt/f", size, 0)) << size;
 }
 
 TEST_F(MavFileTest, CopiesFiles) {
-    std::string from = "/mnt/from", to = "/mnt/to", nowhere = "/mnt/missing/f", content;
+    std::string from = "/mnt/from", to = "/mnt/to", nowhere = "/mnt/missing/f", folder = "/mnt";
+    std::string content;
     for (const std::size_t size : {0U, 1U, 2047U, 2048U, 2049U, 4096U, 100000U}) {
         while (content.size() < size)
             content += static_cast<char>(content.size() * 7 % 251);
         device.Write(from, content);
         device.Write(to, std::string(5000, 'x'));
-        EXPECT_EQ(MavFile::CopyFile(&from[0], &to[0]), 0) << size;
-        EXPECT_EQ(device.Read(to), content) << size;
+        EXPECT_EQ(0, MavFile::CopyFile(&from[0], &to[0])) << size;
+        EXPECT_TRUE(content == device.Read(to)) << size;
     }
-    EXPECT_EQ(MavFile::CopyFile(nullptr, &to[0]) + MavFile::CopyFile(&from[0], nullptr), -2);
-    EXPECT_EQ(MavFile::CopyFile(&nowhere[0], &to[0]), -1);
+    EXPECT_EQ(-1, MavFile::CopyFile(nullptr, &to[0]));
+    EXPECT_EQ(-1, MavFile::CopyFile(&from[0], nullptr));
+    EXPECT_EQ(-1, MavFile::CopyFile(&nowhere[0], &to[0]));
+    EXPECT_EQ(-1, MavFile::CopyFile(&folder[0], &to[0])); // it can be read, but not written
     EXPECT_TRUE(device.Exists(to)); // still there when the source cannot be opened
     Device::Fail("fopen", ENOSPC, 1, 1);
-    std::string gone = device.Path(to); // by the time that the new one cannot be opened
-    EXPECT_EQ(MavFile::CopyFile(&from[0], &gone[0]), -1);
-    EXPECT_FALSE(device.Exists(to));
-    device.Write(from, content.substr(0, 5000));
-    const Limit full(RLIMIT_FSIZE, 3000); // seen when the last of it is written
-    EXPECT_EQ(MavFile::CopyFile(&from[0], &to[0]), -1);
+    EXPECT_EQ(-1, MavFile::CopyFile(&from[0], &to[0]));
+    EXPECT_FALSE(device.Exists(to));      // removed before the new one cannot be opened
+    for (const std::size_t size : {5000U, 20000U}) { // less and more than a buffer
+        device.Write(from, content.substr(0, size));
+        const Limit full(RLIMIT_FSIZE, 3000);
+        EXPECT_EQ(-1, MavFile::CopyFile(&from[0], &to[0])) << size;
+    }
 }
 
 // Any key in any file is tried in fuzz/Texts.cpp.
-TEST_F(MavFileTest, ReadsNoValueFromNothing) {
-    char path[] = "/mnt/missing", key[] = "ab", value[511] = "x";
-    EXPECT_EQ(MavFile::SetFileRead(path, key, value), -1);
-    EXPECT_STREQ(value, "");
-    EXPECT_TRUE(MavFile::SetFileRead(nullptr, key, value) == -1 &&
-                MavFile::SetFileRead(path, nullptr, value) == -1 &&
-                MavFile::SetFileRead(path, key, nullptr) == -1);
+TEST_F(MavFileTest, FindsAValueOrNone) {
+    char path[] = "/mnt/conf", missing[] = "/mnt/missing", key[] = "ab", value[511] = "x";
+    device.Write(path, "ab=value\n");
+    EXPECT_EQ(-1, MavFile::SetFileRead(path, key, nullptr));
+    EXPECT_EQ(0, MavFile::SetFileRead(path, key, value));
+    EXPECT_STREQ("value", value);
+    EXPECT_EQ(-1, MavFile::SetFileRead(path, nullptr, value));
+    EXPECT_STREQ("", value);
+    char* shared = value; // the key may be where the value goes
+    std::strcpy(shared, "ab");
+    EXPECT_EQ(0, MavFile::SetFileRead(path, shared, shared));
+    EXPECT_STREQ("value", value);
+    EXPECT_EQ(-1, MavFile::SetFileRead(missing, key, value));
+    EXPECT_STREQ("", value);
+    EXPECT_EQ(-1, MavFile::SetFileRead(nullptr, key, value));
 }
 
 } // namespace
