@@ -1,21 +1,25 @@
 #!/bin/sh
-# Style and static analysis of everything that git tracks; fails on the first finding of each tool.
+# Style and static analysis of the whole tree; fails on the first finding of each tool.
 set -eu
-sources=$(git ls-files '*.cpp' '*.h')
 status=0
+files() { # DIRECTORY... CONDITION
+    find "$@" -type f | sort
+}
 
 echo "clang-format"
-# shellcheck disable=SC2086 # file names here have no blanks
-clang-format --dry-run --Werror $sources || status=1
+# shellcheck disable=SC2046 # file names here have no blanks
+clang-format --dry-run --Werror $(files bench docs examples mavkit tests tools \
+    \( -name '*.cpp' -o -name '*.h' \)) || status=1
 
 echo "shellcheck"
 # shellcheck disable=SC2046
-shellcheck run .ci/run $(git ls-files '*.sh') || status=1
+shellcheck run .ci/run $(files bench cmake docs examples machine packaging tests tools \
+    -name '*.sh') || status=1
 
 # Both analysers read what the build really compiles.
 cmake --preset host >/dev/null
 echo "clang-tidy"
-git ls-files 'mavkit/*.cpp' 'examples/*.cpp' 'tools/*.cpp' |
+files mavkit examples tools -name '*.cpp' |
     xargs -P "$(nproc)" -n 4 clang-tidy --quiet -p build/host 2>/dev/null || status=1
 
 echo "cppcheck"

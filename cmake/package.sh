@@ -1,37 +1,22 @@
 #!/bin/sh
-# package.sh [host|target]: makes the Debian packages and the tarball in build/packages, installs the
-# packages into a scratch root and builds and runs a program against what came of it.
+# package.sh [host|target PRESET]: packs the library, its headers and mavutil in build/packages, and
+# builds and runs programs against what was packed. For this machine that is Debian packages and a
+# tarball, for the target (built as PRESET says) a tarball.
 #
-# CMake says what goes into a package; it is packed here once more, in sorted order and with the time
-# of the last commit on every file, so that the same sources always give the same bytes.
+# CMake says what goes into a package. It is packed here once more, in sorted order, with the date of
+# the release on every file and with the same permissions for every umask: the same sources always
+# give the same bytes.
 set -eu
-kind=${1:-host}
+umask 022
+kind=${1:-host} preset=${2-}
 root=$(pwd -P)
 out=$root/build/packages
 build=$root/build/package-$kind
-SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(git log -1 --format=%ct)}
+if [ -z "${SOURCE_DATE_EPOCH-}" ]; then
+    release=$(sed -n '/^## \[[0-9]/{s/.* - //p;q;}' CHANGELOG.md)
+    SOURCE_DATE_EPOCH=$(date -u -d "$release" +%s)
+fi
 export SOURCE_DATE_EPOCH
-
-case $kind in
-host)
-    cxx=g++
-    architecture=$(dpkg --print-architecture)
-    set -- -DCMAKE_BUILD_TYPE=Release
-    ;;
-target)
-    cxx=mipsel-linux-gnu-g++
-    architecture=mipsel
-    set -- -DCMAKE_BUILD_TYPE=MinSizeRel --toolchain "$root/cmake/mipsel-linux-gnu.cmake"
-    ;;
-*)
-    echo "usage: package.sh [host|target]" >&2
-    exit 2
-    ;;
-esac
-triple=$($cxx -print-multiarch)
-mkdir -p "$build" "$out"
-scratch=$(mktemp -d)
-trap 'rm -rf -- "$scratch"' EXIT
 
 fail() {
     echo "package: $*" >&2
@@ -44,37 +29,153 @@ quietly() {
         fail "failed: $*"
     }
 }
+say() { echo "$*" >&2; }
 
-rm -f "$out"/*_"$architecture.deb" "$out"/*"$triple.tar.gz"
+mkdir -p "$build" "$out"
+scratch=$(mktemp -d)
+trap 'rm -rf -- "$scratch"' EXIT
+
+case $kind/$preset in
+host/)
+    # What Debian builds its own packages with. CMake has no flags of the preprocessor.
+    export DEB_BUILD_MAINT_OPTIONS=hardening=+bindnow
+    compile="$(dpkg-buildflags --get CPPFLAGS) $(dpkg-buildflags --get CXXFLAGS)"
+    link=$(dpkg-buildflags --get LDFLAGS)
+    set -- -G Ninja -DCMAKE_BUILD_TYPE=Release "-DCMAKE_CXX_FLAGS=$compile" \
+        "-DCMAKE_EXE_LINKER_FLAGS=$link" "-DCMAKE_SHARED_LINKER_FLAGS=$link"
+    ;;
+target/?*)
+    set -- --preset "$preset" -DCMAKE_BUILD_TYPE=MinSizeRel
+    ;;
+*)
+    echo "usage: package.sh [host|target PRESET]" >&2
+    exit 2
+    ;;
+esac
 
 # The tarball has a plain lib, the Debian packages the directory of their architecture.
-quietly cmake -S . -B "$build" -G Ninja "$@" -DCMAKE_INSTALL_PREFIX=/usr -DCMAKE_INSTALL_LIBDIR=lib \
+say "Building (log: ${build#"$root"/}/log)"
+quietly cmake -S . -B "$build" "$@" -DCMAKE_INSTALL_PREFIX=/usr -DCMAKE_INSTALL_LIBDIR=lib \
     -DMAVKIT_SHARED=ON -DMAVKIT_TOOLS=ON -DMAVKIT_TESTS=OFF -DMAVKIT_EXAMPLES=OFF
 quietly cmake --build "$build"
 rm -rf "$build/packed"
-quietly cpack --config "$build/CPackConfig.cmake" -G TGZ -B "$build/packed"
+cached() { sed -n "s/^$1:[A-Z]*=//p" "$build/CMakeCache.txt"; }
+version=$(cached CMAKE_PROJECT_VERSION)
+cxx=$(sed -n 's/^set(CMAKE_CXX_COMPILER "\(.*\)")/\1/p' "$build"/CMakeFiles/*/CMakeCXXCompiler.cmake)
+strip=$(cached CMAKE_STRIP)
+triple=$(basename "$cxx" -g++)
+[ "$kind" = target ] || triple=$(dpkg-architecture -q DEB_HOST_MULTIARCH)
+
+# strip_tree TREE: as Debian strips its packages.
+strip_tree() {
+    find "$1" -name '*.a' -exec "$strip" --strip-debug --remove-section=.comment \
+        --enable-deterministic-archives {} +
+    find "$1" -type f \( -name '*.so.*' -o -path '*/bin/*' \) -exec "$strip" --strip-unneeded \
+        --remove-section=.comment --remove-section=.note {} +
+}
+
+say "Packing"
+tarball=mavkit-$version-$triple
+rm -f "$out/$tarball.tar.gz"
+quietly cpack --config "$build/CPackConfig.cmake" -G TGZ -B "$build/packed" \
+    -D CPACK_PACKAGE_FILE_NAME="$tarball"
+tree=$scratch/$tarball
+tar -xzf "$build/packed/$tarball.tar.gz" -C "$scratch" --no-same-owner
+strip_tree "$tree"
+sh cmake/sbom.sh "$tree" mavkit "$version" "libc, libstdc++" \
+    >"$scratch/spdx" && mv "$scratch/spdx" "$tree/share/doc/mavkit/mavkit.spdx.json"
+if private=$(find "$tree" ! -type l ! -perm -444) && [ -n "$private" ]; then
+    fail "not everybody can read $private"
+fi
+tar -C "$scratch" --sort=name --owner=0 --group=0 --numeric-owner --mtime="@$SOURCE_DATE_EPOCH" \
+    -cf - "$tarball" | gzip -9n >"$out/$tarball.tar.gz"
+
+cd "$scratch" # the programs leave files behind
+# try LIBDIR WORD...: builds programs with the flags that pkg-config finds in LIBDIR, wherever that
+# is, and runs them behind the words.
+try() {
+    libdir=$1
+    shift
+    flags=$(PKG_CONFIG_LIBDIR=$libdir/pkgconfig pkg-config --cflags --libs mavkit)
+    for program in files frame queue; do
+        # shellcheck disable=SC2086 # flags are meant to be split
+        quietly "$cxx" -std=c++11 "$root/docs/examples/$program.cpp" -o "$program" $flags
+        quietly "$@" "LD_LIBRARY_PATH=$libdir" "./$program"
+    done
+}
+check_paths() {
+    if grep -rlF "$root" "$@"; then
+        fail "the build machine's path is in these files"
+    fi
+}
+check_paths "$tree"
+if [ "$kind" = target ]; then
+    sysroot=$("$cxx" -print-sysroot)
+    [ -d "$sysroot/lib" ] || sysroot=/usr/$triple # Debian's compilers have none
+    try "$tree/lib" qemu-mipsel -L "$sysroot" -E
+    cd "$out"
+    wc -c -- "$tarball.tar.gz"
+    exit
+fi
+try "$tree/lib" env
+cd "$root"
+
+# --- Debian packages.
+architecture=$(dpkg --print-architecture)
+rm -f "$out"/*_"$architecture.deb"
 quietly cmake -S . -B "$build" -DCMAKE_INSTALL_LIBDIR="lib/$triple"
 quietly cpack --config "$build/CPackConfig.cmake" -G DEB -B "$build/packed"
-
-tarball=$(cd "$build/packed" && echo *.tar.gz)
-mkdir "$scratch/tarball"
-tar -xzf "$build/packed/$tarball" -C "$scratch/tarball"
-tar -C "$scratch/tarball" --sort=name --owner=0 --group=0 --numeric-owner \
-    --mtime="@$SOURCE_DATE_EPOCH" -cf - "${tarball%.tar.gz}" | gzip -9n >"$out/$tarball"
+# The changelog of the release, as Debian writes it: each item wrapped at 80 columns.
+awk -v date="$(date -u -R -d "@$SOURCE_DATE_EPOCH")" '
+    function put(count, words, i, line) {
+        count = split(item, words, " ")
+        line = "  *"
+        for (i = 1; i <= count; ++i) {
+            if (length(line) + length(words[i]) > 78) { print line; line = "   " }
+            line = line " " words[i]
+        }
+        if (count > 0) print line
+        item = ""
+    }
+    /^## \[[0-9]/ {
+        if (open) exit
+        open = 1
+        gsub(/[][]/, "", $2)
+        print "mavkit (" $2 ") stable; urgency=medium\n"
+        next
+    }
+    open && /^- / { put(); item = substr($0, 3) }
+    open && /^  [^ ]/ { item = item $0 }
+    END { put(); print "\n -- The mavkit authors <mavkit@example.org>  " date }
+' CHANGELOG.md | gzip -9n >"$scratch/changelog.gz"
 for deb in "$build"/packed/*.deb; do
-    tree=$scratch/${deb##*/}
+    package=$(dpkg-deb -f "$deb" Package)
+    tree=$scratch/deb/$package
+    mkdir -p "$tree"
     dpkg-deb -R "$deb" "$tree"
-    # The dynamic linker's cache is brought up to date by Debian's trigger instead of by scripts.
+    strip_tree "$tree"
+    cp "$scratch/changelog.gz" "$tree/usr/share/doc/$package/"
+    find "$tree/usr/share" -path '*/man/*' -type f ! -name '*.gz' -exec gzip -9n {} +
     if [ -f "$tree/DEBIAN/shlibs" ]; then
+        # The dynamic linker's cache is brought up to date by Debian's trigger instead of by scripts.
         rm "$tree/DEBIAN/postinst" "$tree/DEBIAN/postrm"
         echo "activate-noawait ldconfig" >"$tree/DEBIAN/triggers"
+        (cd "$tree" && mkdir debian && echo "Source: mavkit" >debian/control &&
+            dpkg-gensymbols -q "-p$package" -P. "-v$version" -ODEBIAN/symbols && rm -r debian &&
+            sed -i '1a* Build-Depends-Package: libmavkit-dev' DEBIAN/symbols)
     fi
+    sh cmake/sbom.sh "$tree" "$package" "$version" "$(dpkg-deb -f "$deb" Depends)" \
+        >"$tree/usr/share/doc/$package/$package.spdx.json"
+    (cd "$tree" && find usr -type f -print0 | sort -z | xargs -0 md5sum >DEBIAN/md5sums)
+    sed -i "s/^Installed-Size: .*/Installed-Size: $(du -sk --apparent-size "$tree/usr" | cut -f1)/" \
+        "$tree/DEBIAN/control"
+    chmod -R u=rwX,go=rX "$tree"
     find "$tree" -exec touch -h -d "@$SOURCE_DATE_EPOCH" {} +
     dpkg-deb --root-owner-group -Zxz -b "$tree" "$out" >/dev/null
 done
-if grep -rlF "$root" "$scratch"; then
-    fail "the build machine's path is in these files"
-fi
+check_paths "$scratch/deb"
+say "Checking the packages"
+quietly lintian --allow-root --suppress-tags no-manual-page --fail-on error,warning "$out"/*_"$architecture.deb"
 
 # The scratch system has no libc6, and need not be one of this machine's kind.
 system=$scratch/system
@@ -85,8 +186,9 @@ quietly dpkg --root="$system" --force-depends,architecture,not-root --log=/dev/n
     -i "$out"/*_"$architecture.deb"
 for package in libmavkit1 libmavkit-dev; do
     # shellcheck disable=SC2016 # dpkg's variables
-    dpkg-query --admindir="$admin" -W -f '${db:Status-Status} ${Package} ${Version} ${Architecture} ${Maintainer}\n' \
-        $package | grep -q "^installed $package [0-9.]* $architecture .* <.*@.*>\$" ||
+    dpkg-query --admindir="$admin" -W -f \
+        '${db:Status-Status} ${Package} ${Version} ${Architecture} ${Maintainer}\n' $package |
+        grep -q "^installed $package [0-9.]* $architecture .* <.*@.*>\$" ||
         fail "$package is not installed, or its control file is not as it should be"
 done
 libdir=$system/usr/lib/$triple
@@ -94,17 +196,7 @@ for file in libmavkit.a libmavkit.so libmavkit.so.1; do
     [ -f "$libdir/$file" ] || fail "there is no $file"
 done
 
-# pkg-config finds it where it stands, wherever that is.
-flags=$(PKG_CONFIG_LIBDIR=$libdir/pkgconfig pkg-config --cflags --libs mavkit)
-cd "$scratch" # the programs leave files behind
-for program in files frame queue; do
-    # shellcheck disable=SC2086 # flags are meant to be split
-    quietly $cxx -std=c++11 "$root/docs/examples/$program.cpp" -o "$program" $flags
-    if [ "$kind" = target ]; then
-        quietly qemu-mipsel -L "/usr/$triple" -E LD_LIBRARY_PATH="$libdir" "./$program"
-    else
-        LD_LIBRARY_PATH=$libdir quietly "./$program"
-    fi
-done
+cd "$scratch"
+try "$libdir" env
 cd "$out"
-wc -c -- *_"$architecture.deb" "$tarball"
+wc -c -- *_"$architecture.deb" "$tarball.tar.gz"
