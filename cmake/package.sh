@@ -111,7 +111,7 @@ check_paths() {
 check_paths "$tree"
 if [ "$kind" = target ]; then
     sysroot=$("$cxx" -print-sysroot)
-    [ -d "$sysroot/lib" ] || sysroot=/usr/$triple # Debian's compilers have none
+    [ "$sysroot" != / ] || sysroot=/usr/$triple # Debian's compilers have none
     try "$tree/lib" qemu-mipsel -L "$sysroot" -E
     cd "$out"
     wc -c -- "$tarball.tar.gz"
