@@ -6,6 +6,7 @@
 #include <cstring>
 #include <ctime>
 #include <strings.h>
+#include <unistd.h>
 
 namespace {
 
@@ -20,8 +21,8 @@ bool IsBcd(const unsigned char* bytes, unsigned int length) {
     return true;
 }
 
-// Called by DirScan for every entry of the folder.
-bool NoteFile(int, bool isDirectory, const char* directory, const char* name, void* context) {
+// The callback of DirScan: adds the files of the folder to the Terminal.
+bool AddFile(int, bool isDirectory, const char* directory, const char* name, void* context) {
     auto* terminal = static_cast<Terminal*>(context);
     const std::string file = name;
     if (isDirectory)
@@ -33,10 +34,13 @@ bool NoteFile(int, bool isDirectory, const char* directory, const char* name, vo
     return true;
 }
 
-// Reads terminal.conf. The first thing that is wrong is told, and fails all that follows.
+// Reads terminal.conf. It reports the first thing that is wrong, and no more after it.
 class ConfReader {
 public:
-    explicit ConfReader(const std::string& path) : path_(path) {}
+    explicit ConfReader(const std::string& path) : path_(path) {
+        if (!CheckReadable(path_))
+            good_ = false;
+    }
     bool Good() const { return good_; }
 
     std::string Text(const std::string& key, std::size_t maxLength) {
@@ -60,8 +64,8 @@ public:
         return static_cast<int>(number);
     }
 
-    // A level or a way. The conversions take any text for a number, so the code's own name is held
-    // against what was written.
+    // A level or a way. The conversions take any text as a number, so the name of the code must be
+    // the text that was read.
     unsigned char Code(const char* key, unsigned char (*codeOf)(const char*),
                        int (*nameOf)(unsigned char, char*)) {
         const std::string value = Text(key, 16);
@@ -88,7 +92,7 @@ private:
     bool good_ = true;
 };
 
-// A way that leads nowhere on this machine: the trace channel goes to standard output instead.
+// Replaces ways that lead nowhere on this machine: the trace channel goes to standard output.
 void UseWaysThatOpen(TraceSetting* setting) {
     unsigned char* const ways[3] = {&setting->traceWay, &setting->dataWay, &setting->scheWay};
     for (unsigned char channel = 0; channel < 3; ++channel) {
@@ -109,7 +113,7 @@ volatile std::sig_atomic_t gStop = 0;
 double EnergyOf(const unsigned char* energy) { return BCDToDouble(energy, 6, 2); }
 
 const char* DecodeFrame(const std::string& text, ByteString* frame, Reading* reading) {
-    // ParseHexStr() skips what is no digit, so that is looked for first.
+    // ParseHexStr() skips what is no digit, so other characters are looked for first.
     for (const char c : text)
         if (!isbcdchar(c) && c != ' ')
             return "not hex";
@@ -138,10 +142,19 @@ const char* DecodeFrame(const std::string& text, ByteString* frame, Reading* rea
     return nullptr;
 }
 
+bool CheckReadable(const std::string& path) {
+    if (access(path.c_str(), R_OK) == 0)
+        return true;
+    std::fprintf(stderr, "%s: cannot be read: %s\n", path.c_str(), std::strerror(errno));
+    return false;
+}
+
 bool LoadTerminal(const char* folder, const char* program, Terminal* terminal) {
-    // DirScan takes a path that is no directory for one with a file part, so that is ruled out.
+    // For a path that is no directory DirScan would scan another one, so that is asked first.
     const std::string path = std::string(folder) + "/.";
-    if (!DirScan::IsDir(path.c_str()) || !DirScan(path.c_str()).Scan(NoteFile, terminal, 0) ||
+    if (!CheckReadable(path))
+        return false;
+    if (!DirScan::IsDir(path.c_str()) || !DirScan(path.c_str()).Scan(AddFile, terminal, 0) ||
         terminal->conf.empty() || terminal->frames.empty()) {
         std::fprintf(stderr, "%s: no folder with a terminal.conf and a *.frames file\n", folder);
         return false;
@@ -174,8 +187,8 @@ bool LoadTerminal(const char* folder, const char* program, Terminal* terminal) {
 void FinishOnSignals() {
     struct sigaction action = {};
     action.sa_handler = [](int) { gStop = 1; };
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
+    for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM})
+        sigaction(signal, &action, nullptr);
 }
 
 void Nap(long milliseconds) {

@@ -14,9 +14,9 @@
 /// | 14     | 2     | minutes that the frame has waited to be fetched                    |
 /// | 16     | 2     | CRC-16/IBM-3740 of bytes 0 to 15, as a binary number, low byte first |
 ///
-/// Frames reach the collector as text, one frame a line, each byte two hex digits; an empty line
-/// and one that begins with "#" say nothing. They go on to the uplink as messages on a queue, each
-/// an IpcInfo whose `type` is also the type of the message:
+/// Frames reach the collector as text, one frame a line, each byte two hex digits; empty lines and
+/// lines that begin with "#" are skipped. They go on to the uplink as messages on a queue, each an
+/// IpcInfo whose `type` is also the type of the message:
 ///
 /// | type          | `first`         | `second`              | `bytes1`                   |
 /// |---------------|-----------------|-----------------------|----------------------------|
@@ -36,7 +36,7 @@
 constexpr unsigned int kFrameLength = 18;
 enum MessageType : int { kReading = 1, kEndOfInput = 2 };
 
-/// What a good frame says.
+/// The content of a good frame.
 struct Reading {
     unsigned int meter;
     unsigned char time[7];   ///< a Bcd7Time
@@ -47,9 +47,9 @@ struct Reading {
 /// \return the kWh of an energy field
 double EnergyOf(const unsigned char* energy);
 
-/// Checks \p text, a frame in hex digits, from its length to the ranges of its fields, and only
-/// then believes it. \return null with the bytes in \p frame, which was empty, and the content in
-/// \p reading; or what is wrong with the frame
+/// Decodes `text`, a frame in hex digits, after a check of everything from its length to the ranges
+/// of its fields: the bytes go to `frame`, which must be empty, and the content to `reading`.
+/// \return null; or what is wrong with the frame
 const char* DecodeFrame(const std::string& text, ByteString* frame, Reading* reading);
 
 /// A terminal's folder, as configured.
@@ -58,16 +58,21 @@ struct Terminal {
     std::set<std::string> frames; ///< paths of the *.frames files, sorted
     TraceSetting trace;           ///< how this process traces
     int queue = 0;                ///< flag of the message queue
-    unsigned int lifetime = 0;    ///< seconds that a reading is worth something
-    BitMask meters;               ///< those that ought to be heard from
+    unsigned int lifetime = 0;    ///< seconds until a reading has expired; 0: never
+    BitMask meters;               ///< those that are expected to report
 };
 
-/// Finds the files of \p folder, reads the configuration for the program called \p program and
-/// makes its trace setting the one in force. \return false, with the reason on standard error,
-/// when something is missing or not as it should be
+/// \return whether the file or folder at `path` can be read; if not, the reason is on standard
+///         error
+bool CheckReadable(const std::string& path);
+
+/// Finds the files of `folder`, reads the configuration for the program called `program` and makes
+/// its trace setting the one in force.
+/// \return false, with the reason on standard error, when something is missing or wrong
 bool LoadTerminal(const char* folder, const char* program, Terminal* terminal);
 
-/// Set by SIGINT and SIGTERM once FinishOnSignals() has run: the program comes to its end.
+/// Set by SIGHUP, SIGINT, SIGQUIT and SIGTERM after FinishOnSignals(): the program comes to its
+/// end.
 extern volatile std::sig_atomic_t gStop;
 void FinishOnSignals();
 void Nap(long milliseconds);

@@ -1,6 +1,6 @@
 #!/bin/sh
-# check.sh BINDIR: runs the demonstration as a test: whole, without namespaces, on folders that are
-# not as they should be, and interrupted.
+# check.sh BINDIR: runs the demonstration as a test: whole, without namespaces, on folders with
+# mistakes, interrupted, and two at once; and reads its region at bad moments.
 set -u
 bin=$1
 here=$(CDPATH='' cd -- "$(dirname -- "$0")" && pwd -P)
@@ -65,25 +65,41 @@ folder half 's/^name.collector=.*//'
 demo 1 "$work/half" 'name.collector is missing' 'did NOT do'
 demo 1 "$work/none" 'no folder'
 mkdir "$work/empty" && demo 1 "$work/empty" 'no folder with a terminal.conf and a'
+for file in terminal.conf day.frames; do # the superuser may read everything but this
+    folder "no$file" && ln -sf nowhere "$work/no$file/$file"
+    demo 1 "$work/no$file" "/$file: cannot be read: No such file"
+done
 
-# Nothing but noise: told line by line, and a day without a reading is no success.
+# Nothing but noise: reported line by line, and a day without a reading is no success.
 folder noise
 {
     sed 's/#/68/' "$here/day.frames" | tr -d '\n'
     printf '\n6\n\000\n\377\376=%%s%%n\n'
 } >"$work/noise/day.frames"
-demo 1 "$work/noise" 'sent 0, taken 0' 'day.frames:2: wrong length' 'day.frames:3: not hex' 'did NOT do'
+demo 1 "$work/noise" 'sent 0, taken 0' 'day.frames:2: wrong length' 'day.frames:3: not hex' \
+    '^There is no good frame in .*/noise'
+! grep -q 'shared region\|no region' "$work/out" || complain "noise: a region is shown"
 
 # Interrupted in the middle: both programs end, and nothing stays behind.
+folder long
+for i in 1 2 3; do cp "$here/day.frames" "$work/long/$i.frames"; done
 interrupted() {
-    folder long
-    for i in 1 2 3 4 5 6 7 8 9; do cp "$here/day.frames" "$work/long/$i.frames"; done
-    sh "$here/demo.sh" "$bin" "$work/long" >"$work/out" 2>&1 &
-    sleep 0.4
-    kill $! && wait $!
-    status=$?
-    [ $status -eq 143 ] || complain "interrupted: status $status"
-    [ -z "$(ls -A "$TMPDIR")" ] || complain "interrupted: something is left in $TMPDIR"
+    for signal in QUIT:131 TERM:143; do
+        # A shell starts what runs beside it without the signals of the keyboard.
+        env --default-signal=QUIT sh "$here/demo.sh" "$bin" "$work/long" >"$work/out" 2>&1 &
+        sleep 0.4
+        kill -s "${signal%:*}" $! && wait $!
+        status=$?
+        [ $status -eq "${signal#*:}" ] || complain "$signal: status $status"
+        [ -z "$(ls -A "$TMPDIR")" ] || complain "$signal: something is left in $TMPDIR"
+    done
+    # The reader of its output leaves after a line.
+    {
+        sh "$here/demo.sh" "$bin" "$work/long" 2>&1
+        echo $? >"$work/status"
+    } | head -n 1 >"$work/out"
+    [ "$(cat "$work/status")" -eq 141 ] || complain "closed pipe: status $(cat "$work/status")"
+    [ -z "$(ls -A "$TMPDIR")" ] || complain "closed pipe: something is left in $TMPDIR"
 }
 interrupted
 
@@ -96,7 +112,73 @@ whole 'No private mounts here'
 interrupted
 # Its key, as ftok makes it: tests that run beside this one have queues too.
 letter=$(sed -n 's/^queue=\(.\)$/\1/p' "$here/terminal.conf")
-key=$(($(printf '%d' "'$letter") << 24 | ($(stat -c %d /root) & 255) << 16 | ($(stat -c %i /root) & 65535)))
-! grep -q "^ *$key " /proc/sysvipc/msg 2>/dev/null || complain "a queue is left"
+key=$(($(printf '%d' "'$letter") << 24 | ($(stat -c %d /root) & 255) << 16 |
+    ($(stat -c %i /root) & 65535)))
+no_queue() { ! grep -q "^ *$key " /proc/sysvipc/msg 2>/dev/null || complain "a queue is left"; }
+no_queue
+
+# Two at once: the second one says that it waits, and both have everything.
+sh "$here/demo.sh" "$bin" "$here" >"$work/first" 2>&1 &
+until grep -q Readings "$work/first"; do sleep 0.01; done
+whole 'Another demonstration runs on this machine'
+wait $! || complain "the first of two: status $?"
+grep -q '^  sent 27, taken 26,' "$work/first" || complain "the first of two is not whole"
+no_queue
+
+# The region. A reader changes nothing, whatever it finds. (The lock is the one of demo.sh.)
+exec 9</
+flock 9
+region=$work/region
+# shows STATUS PATTERN [REGION]: what `uplink show` says, and the file is as before.
+shows() {
+    cp "${3-$region}" "$work/before" 2>/dev/null
+    "$bin/uplink" show "$here" "${3-$region}" >"$work/out" 2>&1
+    status=$?
+    if [ $status -ne "$1" ] || ! grep -q -e "$2" "$work/out"; then
+        complain "show: status $status, or no line with '$2'"
+    fi
+    [ ! -e "${3-$region}" ] || cmp -s "${3-$region}" "$work/before" ||
+        complain "show changes the file"
+}
+# receive: starts the two programs on the folder long; $! is then the id of the receiver.
+receive() {
+    "$bin/uplink" remove "$here" >/dev/null
+    "$bin/collector" "$work/long" >/dev/null &
+    "$bin/uplink" receive "$here" "$region" >"$work/received" 2>&1 &
+}
+shows 1 'No such file' "$work/mistyped"
+[ ! -e "$work/mistyped" ] || complain "show creates a file"
+shows 1 'something else' "$here/terminal.conf"
+cp "$here/terminal.conf" "$work/foreign"
+! "$bin/uplink" receive "$here" "$work/foreign" >"$work/out" 2>&1 ||
+    complain "receive uses a foreign file"
+cmp -s "$here/terminal.conf" "$work/foreign" || complain "receive changes a foreign file"
+
+# Beside a writer every look finds a whole table; then the writer is killed in the middle.
+printf 'MTR2' >"$region" # a start that was cut short
+shows 1 'not finished'
+receive
+receiver=$!
+until grep -q ' 101 ' "$work/received"; do sleep 0.01; done
+for look in 1 2 3 4 5 6 7 8 9 10; do
+    "$bin/uplink" show "$here" "$region" >"$work/out" 2>&1 || complain "look $look beside a writer"
+done
+kill -9 $receiver
+wait
+shows 0 '^The last record, dumped'
+# One damaged slot, whichever: the other one is shown. With both damaged there is no reading, and
+# the next writer starts anew in the same file.
+for slot in 0 4096; do
+    cp "$region" "$work/damaged"
+    printf X | dd of="$work/damaged" bs=1 seek=$((slot + 20)) conv=notrunc 2>/dev/null
+    shows 0 '^The last record, dumped' "$work/damaged"
+done
+printf X | dd of="$work/damaged" bs=1 seek=20 conv=notrunc 2>/dev/null
+shows 1 'no reading in it' "$work/damaged"
+cp "$work/damaged" "$region"
+receive
+wait
+shows 0 '2024-03-05 20:02:11    107     2653.36'
+no_queue
 
 [ $failures -eq 0 ] && echo "The demonstration holds."

@@ -1,5 +1,5 @@
-// collector FOLDER: reads the captured frames of the meters, checks each, and hands the good ones to
-// the uplink. Exit status 0 when all of them were sent.
+// collector FOLDER: reads the captured frames of the meters, checks each, and hands the good ones
+// to the uplink. Exit status 0 when all of them were sent.
 #include "Terminal.h"
 
 #include <ctime>
@@ -35,7 +35,7 @@ bool SendReading(Message& queue, const Reading& reading, const ByteString& frame
     return Send(queue, info);
 }
 
-// A line without its end. Of a very long one the head is enough: it is no frame.
+// Reads a line without its end. Only the head of a very long one is kept: it is no frame anyway.
 bool ReadLine(std::FILE* file, std::string* line) {
     line->clear();
     int c;
@@ -45,13 +45,11 @@ bool ReadLine(std::FILE* file, std::string* line) {
     return c != EOF || !line->empty();
 }
 
-// Returns false when the queue does not take a reading or the program is to end.
+// Returns false when the file cannot be read, the queue takes no reading or the program is to end.
 bool SendFile(Message& queue, const std::string& path, unsigned int lifetime, Counts* counts) {
-    std::FILE* file = MavFile::OpenFile(path.c_str(), "r");
-    if (file == nullptr) {
-        std::fprintf(stderr, "%s: cannot be opened\n", path.c_str());
+    std::FILE* file = CheckReadable(path) ? MavFile::OpenFile(path.c_str(), "r") : nullptr;
+    if (file == nullptr)
         return false;
-    }
     bool good = true;
     std::string line;
     for (int number = 1; good && ReadLine(file, &line); ++number) {

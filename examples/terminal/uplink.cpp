@@ -1,10 +1,10 @@
-// uplink receive FOLDER REGION   takes the readings off the queue, prints them, and keeps the last of
-//                                every meter in the file REGION; exit status 0 when all arrived
-// uplink show FOLDER REGION      prints what an earlier start left in REGION
+// uplink receive FOLDER REGION   takes the readings off the queue, prints them, and keeps the last
+//                                of every meter in the file REGION; exit status 0 when all arrived,
+//                                3 when there was none to send
+// uplink show FOLDER REGION      prints what another process keeps in REGION, or kept there
 // uplink remove FOLDER           removes the queue
-#include "Terminal.h"
+#include "MeterRegion.h"
 
-#include <cstddef>
 #include <cstring>
 #include <ctime>
 
@@ -13,89 +13,40 @@ namespace {
 constexpr int kPoll = 5;        // milliseconds between two looks at an empty queue
 constexpr int kPatience = 5000; // and how long it may stay empty
 
-// The shared region. Its CRC tells a table that is whole from one that was cut off in the middle.
-struct MeterTable {
-    char magic[4];
-    unsigned short crc; // of all that follows
-    unsigned short count;
-    struct Record {
-        unsigned short meter;
-        unsigned char time[7]; // Bcd7Time
-        unsigned char energy[4];
-    } meters[64];
-};
-constexpr char kMagic[4] = {'M', 'T', 'R', '1'};
-constexpr unsigned short kRoom = sizeof MeterTable::meters / sizeof MeterTable::meters[0];
-
-unsigned short CrcOf(const MeterTable& table) {
-    const auto* bytes = reinterpret_cast<const unsigned char*>(&table);
-    unsigned short crc = 0xFFFF;
-    for (std::size_t i = offsetof(MeterTable, count); i < sizeof table; ++i)
-        crc = Add_CRC(crc, bytes[i]);
-    return crc;
-}
-
-// ShareMem asks this of a file that exists.
-bool CheckTable(std::FILE* file, void*) {
-    MeterTable table;
-    return std::fread(&table, sizeof table, 1, file) == 1 &&
-           std::memcmp(table.magic, kMagic, sizeof kMagic) == 0 && table.crc == CrcOf(table) &&
-           table.count <= kRoom;
-}
-
-// And this of a new one: to be filled. Only `receive` may start with an empty table.
-bool FillTable(std::FILE* file, void* mayFill) {
-    MeterTable table = {};
-    std::memcpy(table.magic, kMagic, sizeof kMagic);
-    table.crc = CrcOf(table);
-    return *static_cast<bool*>(mayFill) && std::fwrite(&table, sizeof table, 1, file) == 1 &&
-           std::fflush(file) == 0;
-}
-
-bool Keep(MeterTable* table, const Reading& reading) {
-    unsigned short i = 0;
-    while (i < table->count && table->meters[i].meter != reading.meter)
-        ++i;
-    if (i == kRoom)
-        return false;
-    if (i == table->count)
-        ++table->count;
-    MeterTable::Record& record = table->meters[i];
-    record.meter = static_cast<unsigned short>(reading.meter);
-    std::memcpy(record.time, reading.time, sizeof record.time);
-    std::memcpy(record.energy, reading.energy, sizeof record.energy);
-    table->crc = CrcOf(*table);
-    return true;
-}
-
 void PrintRow(const unsigned char* time, unsigned int meter, const unsigned char* energy) {
     std::string text;
     GetBcdTimeString(text, time);
     std::printf("  %s  %5u  %10.2f\n", text.c_str(), meter, EnergyOf(energy));
 }
 
-struct Counts {
+// What has been received, and where the last readings are kept.
+struct Intake {
+    MeterRegion& region;
+    MeterTable table = {};
+    BitMask heard = {};
     int taken = 0;
     int stale = 0;
     int refused = 0;
 };
 
-// One message of type kReading. Whoever sent it: nothing in it is believed before it is checked.
-void TakeReading(IpcInfo& info, MeterTable* table, BitMask* heard, Counts* counts) {
+// One message of type kReading. Any process may have sent it, so everything in it is checked first.
+void TakeReading(IpcInfo& info, Intake* intake) {
     if (!info.IsValid()) { // draws its own line in the general log
         std::puts("  (a reading that has expired: refused)");
-        ++counts->stale;
+        ++intake->stale;
         return;
     }
     ByteString frame;
     Reading reading;
     const std::string text(info.bytes1.begin(), info.bytes1.end());
     const char* reason = DecodeFrame(text, &frame, &reading);
-    if (reason == nullptr && !Keep(table, reading))
+    if (reason == nullptr && !intake->table.Put(reading))
         reason = "no room for another meter";
+    if (reason == nullptr && !intake->region.Write(intake->table))
+        reason = "the region cannot be saved";
     if (reason != nullptr) {
         GENERAL_LOG("uplink: reading of meter %d refused: %s\n", info.first, reason);
-        ++counts->refused;
+        ++intake->refused;
         return;
     }
     // One line made of pieces, with one prefix: to the trace channel and (flag 1) the data channel.
@@ -104,14 +55,13 @@ void TakeReading(IpcInfo& info, MeterTable* table, BitMask* heard, Counts* count
     dump.DumpAsHex(frame.data(), kFrameLength) << "\n";
     PrintRow(reading.time, reading.meter, reading.energy);
     std::fflush(stdout);
-    heard->Enable(reading.meter, reading.meter);
-    ++counts->taken;
+    intake->heard.Enable(reading.meter, reading.meter);
+    ++intake->taken;
 }
 
-// Receives until the collector has said that it is done. Returns whether all it sent has arrived.
-bool ReceiveAll(Message& queue, MeterTable* table, BitMask* heard) {
+// Receives until the collector has reported its end. Returns the program's exit status.
+int ReceiveAll(Message& queue, Intake* intake) {
     std::printf("  time                 meter         kWh\n");
-    Counts counts;
     int silence = 0;
     while (gStop == 0 && silence < kPatience) {
         if (!queue.HasMsg(0)) {
@@ -130,19 +80,20 @@ bool ReceiveAll(Message& queue, MeterTable* table, BitMask* heard) {
                           info.Deserialize(message.payload, length) == length &&
                           info.type == message.type;
         if (ours && info.type == kReading) {
-            TakeReading(info, table, heard, &counts);
+            TakeReading(info, intake);
         } else if (ours && info.type == kEndOfInput) {
             std::printf("\n  sent %d, taken %d, expired %d; %d frames were damaged\n", info.first,
-                        counts.taken, counts.stale, info.second);
-            return info.first > 0 && counts.refused == 0 &&
-                   counts.taken + counts.stale == info.first;
+                        intake->taken, intake->stale, info.second);
+            if (info.first == 0)
+                return 3;
+            return intake->refused == 0 && intake->taken + intake->stale == info.first ? 0 : 1;
         } else {
-            GENERAL_LOG("uplink: a message that is none of ours\n");
-            ++counts.refused;
+            GENERAL_LOG("uplink: a message of an unknown kind\n");
+            ++intake->refused;
         }
     }
     std::fputs(gStop != 0 ? "uplink: stopped\n" : "uplink: the collector is silent\n", stderr);
-    return false;
+    return 1;
 }
 
 void PrintMeters(const BitMask& expected, const BitMask& heard) {
@@ -175,29 +126,40 @@ void PrintTimerPoints(long now) {
     }
 }
 
-bool Receive(const Terminal& terminal, ShareMem& region, MeterTable* table) {
+int Receive(const Terminal& terminal, const char* path) {
+    MeterRegion region;
+    if (!region.OpenToWrite(path))
+        return 1;
+    Intake intake{region};
+    region.Read(
+        &intake.table); // what an earlier start has kept; none of it when neither slot is whole
     Message queue(terminal.queue);
-    BitMask heard;
-    const bool complete = ReceiveAll(queue, table, &heard);
+    const int status = ReceiveAll(queue, &intake);
     queue.Destroy();
-    if (gStop == 0) {
-        PrintMeters(terminal.meters, heard);
+    if (gStop == 0 && status != 3) {
+        PrintMeters(terminal.meters, intake.heard);
         PrintTimerPoints(static_cast<long>(std::time(nullptr)));
     }
-    return region.Save(false, false) && complete; // to the file, before this returns
+    return status;
 }
 
-bool Show(const MeterTable& table) {
+int Show(const char* path) {
+    MeterRegion region;
+    if (!region.OpenToRead(path))
+        return 1;
+    MeterTable table;
+    if (!region.Read(&table) || table.count == 0) {
+        std::fprintf(stderr, "%s: no reading in it\n", path);
+        return 1;
+    }
     for (unsigned short i = 0; i < table.count; ++i)
         PrintRow(table.meters[i].time, table.meters[i].meter, table.meters[i].energy);
-    if (table.count == 0)
-        return false;
     const MeterTable::Record& last = table.meters[table.count - 1];
     MavDump dump(stdout);
     dump << "\nThe last record, dumped\n  meter " << static_cast<unsigned int>(last.meter) << ", ";
     dump.DumpBcd7Time(last.time) << ", " << EnergyOf(last.energy) << " kWh from ";
     dump.DumpAsHex(last.energy, sizeof last.energy) << "\n";
-    return true;
+    return 0;
 }
 
 } // namespace
@@ -216,13 +178,5 @@ int main(int argc, char** argv) {
         Message(terminal.queue).Destroy();
         return 0;
     }
-    ShareMem region;
-    bool mayFill = verb == "receive";
-    region.Init(argv[3], sizeof(MeterTable), FillTable, CheckTable, &mayFill);
-    if (region.base == nullptr) {
-        std::fprintf(stderr, "%s: no region with a table of meters\n", argv[3]);
-        return 1;
-    }
-    auto* table = reinterpret_cast<MeterTable*>(region.base);
-    return (mayFill ? Receive(terminal, region, table) : Show(*table)) ? 0 : 1;
+    return verb == "receive" ? Receive(terminal, argv[3]) : Show(argv[3]);
 }
