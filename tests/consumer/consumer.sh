@@ -48,7 +48,7 @@ for compiler in g++ clang++; do
     command -v $compiler >/dev/null || continue
     while read -r header; do
         quietly $compiler -std=c++11 -Wall -Wextra -Wpedantic -Werror -fsyntax-only -x c++ \
-            -I"$prefix/include" "$prefix/include/$header"
+            -I"$prefix/include" -include "$header" /dev/null
     done <"$work/headers"
     echo "$(wc -l <"$work/headers") headers alone as C++11: $compiler"
 done
