@@ -1,13 +1,13 @@
 /// \file
-/// Assertion reports: a check that tells on standard output that it failed and lets the program go
-/// on. A resident process must not die of a surprise; what happens next is up to the code around
+/// Assertion reports: a check that reports on standard output that it failed, and lets the program
+/// go on. A resident process must not die of a surprise; what happens next is up to the code around
 /// the check.
 #ifndef MAVKIT_DIAG_ASSERT_H
 #define MAVKIT_DIAG_ASSERT_H
 
 #include <cstdio>
 
-/// Tests \p expression, once; when it is false prints one line on standard output:
+/// Tests `expression`, once; when it is false prints one line on standard output:
 ///
 ///     ***********Assert failed.file=MavFile,line=41,exp=fd<64
 ///
@@ -20,9 +20,9 @@
             ReportFailedAssertion(__FILE__, __LINE__, #expression);                                \
     } while (false)
 
-/// Prints the line of ASSERT_REPORT(), for it alone to call: \p file is the path of the source
-/// file, \p line the line of the check, \p expression its text. Here the path is cut to its stem,
-/// so that a check that passes costs its test and nothing else.
+/// Prints the line of `ASSERT_REPORT`, and is called by nothing else: `file` is the path of the
+/// source file, `line` the line of the check, `expression` its text. The path is cut to its stem
+/// here, so that a check that passes costs only its test.
 __attribute__((cold, noinline)) inline void ReportFailedAssertion(const char* file, int line,
                                                                   const char* expression) {
     const char* stem = file;

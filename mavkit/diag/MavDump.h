@@ -1,7 +1,7 @@
 /// \file
 /// A stream for diagnostic dumps. Values are pushed into it piece by piece; each piece is turned
-/// into text at once and handed to an open stdio stream, or, when there is none, to a trace object,
-/// so that a dump of many pieces is one trace line with one prefix:
+/// into text at once and given to an open stdio stream, or, when there is none, to a trace object,
+/// so that a dump of many pieces runs on in one line with one prefix:
 ///
 ///     MavDump dump(LEVEL_INFO, 0);
 ///     dump << "meter " << 7 << ": ";
@@ -9,6 +9,10 @@
 ///
 /// No operation adds a blank, a separator or a line end of its own. A dump is used by one thread at
 /// a time.
+///
+/// Each traced piece is a message of its own: its file is opened, written and closed again. Where
+/// two processes dump into the same public file their pieces may mix. A dump that must stay in one
+/// piece goes to a private file, or is built as one text and traced by one call.
 #ifndef MAVKIT_DIAG_MAVDUMP_H
 #define MAVKIT_DIAG_MAVDUMP_H
 
@@ -19,17 +23,17 @@
 
 class strings;
 
-/// The dump stream. Every operation but OutputString() returns the dump, so that calls chain.
+/// The dump stream. Every operation but `OutputString` returns the dump, so that calls chain.
 struct MavDump {
-    std::FILE* stream; ///< where the pieces go; null: through #trace. Never opened or closed here
+    std::FILE* stream; ///< where the pieces go; null: through `trace`. Never opened or closed here
     MavTrace trace;    ///< level, flags and prefix state of a dump without a stream
 
-    /// A dump into \p output, which the caller opened and closes.
+    /// A dump into `output`, which the caller opened and closes.
     explicit MavDump(std::FILE* output) : stream(output), trace(LEVEL_DISABLED, 0) {}
-    /// A dump through the trace channel at \p level with the channel flags \p flags (see MavTrace).
+    /// A dump of level `level` with the channel flags `flags`, as for `MavTrace`.
     MavDump(int level, unsigned int flags) : stream(nullptr), trace(level, flags) {}
 
-    /// Writes \p text as it stands; a null pointer writes nothing, not even the prefix.
+    /// Writes `text` unchanged; a null pointer writes nothing, not even the prefix.
     void OutputString(const char* text);
 
     MavDump& operator<<(const char* text);         ///< the text; "NULL" for a null pointer
@@ -43,11 +47,12 @@ struct MavDump {
     MavDump& operator<<(_EXPORT_WAY way);          ///< its name, by the low 8 bits: "Public"
 
     /// A calendar time (the seconds of a `time_t`) in local time, `2024-03-05 06:07:08`; 0 writes
-    /// "NullTime", a time that cannot be broken down "invalid time " and its seconds.
+    /// "NullTime", a time that cannot be broken down "invalid time " and its seconds. A `time_t`
+    /// that is wider than `long` is printed as a number, like a `long long`: cast it to `long`.
     MavDump& operator<<(const long& seconds);
 
-    /// All fields of a setting by name, on one line:
-    /// `prefixOn=1 level=Verbose traceWay=Stdout dataWay=None scheWay=None name=Command maxSize=50000`
+    /// All fields of a setting by name, separated by blanks: `prefixOn=1 level=Verbose
+    /// traceWay=Stdout dataWay=None scheWay=None name=Command maxSize=50000`.
     MavDump& operator<<(const TraceSetting& setting);
 
     MavDump& DumpChar(char c);                    ///< the character itself
@@ -56,9 +61,9 @@ struct MavDump {
     MavDump& DumpAsHex(unsigned int value);       ///< "%08X"
     MavDump& DumpAsHex(unsigned long long value); ///< "%llX"
 
-    /// \p length bytes at \p data by GetPrintString(): "01 02 AB ", a line feed after each 36.
+    /// `length` bytes at `data` by `GetPrintString`: "01 02 AB ", a line feed after each 36.
     MavDump& DumpAsHex(const unsigned char* data, unsigned int length);
-    /// The 7-byte BCD record at \p time by GetBcdTimeString(): `2024-03-05 06:07:08`.
+    /// The 7-byte BCD record at `time` by `GetBcdTimeString`: `2024-03-05 06:07:08`.
     MavDump& DumpBcd7Time(const unsigned char* time);
 };
 

@@ -12,15 +12,28 @@
 /// | data    | 1      | flags bit 0 is set         | `dataWay`  | data.log    | data_NAME.log  |
 /// | sche    | 2      | flags bit 1 is set         | `scheWay`  | sche.log    | sche_NAME.log  |
 ///
-/// The files stand in /mnt/sd/term/common/trace/. A file longer than the setting's `maxSize` is
-/// rotated before the next message: its first 1,000,500 bytes, filled up with zero bytes to exactly
-/// that length, become NAME.log_bak, replacing the backup before it, and the message starts the
-/// emptied file.
+/// The files are in the directory /mnt/sd/term/common/trace/, which must exist: the library creates
+/// none. A file is opened for each message and closed after it, and a message of any length reaches
+/// it in one write with its prefix, so the lines of several processes never mix. (Where there is no
+/// memory for a message above 4 KiB it is written in pieces.)
 ///
 /// With `prefixOn` the first output of each object begins with the tag and the local time, as in
-/// `kor(03-05 06:07:08):`. The file is opened for each message and closed after it. What cannot be
-/// opened or written (a full card, a missing directory) is dropped for that channel; the process
-/// goes on.
+/// `kor(03-05 06:07:08):`.
+///
+/// **Rotation.** A file longer than the setting's `maxSize` is rotated before the next message: its
+/// first 1,000,500 bytes, filled up with zero bytes to exactly that length, become NAME.log_bak,
+/// replacing the backup before it, and the message starts the emptied file. A card without room for
+/// the backup gets none, not even the old one. Processes do not wait for each other: where two find
+/// the same file too long at once, both rotate it. Then the second may put what the first has just
+/// begun into the backup in place of the old content, and what another process wrote between the
+/// reading and the emptying is lost. Processes that must not lose lines so have private files.
+///
+/// **Failures.** What cannot be opened is dropped for that channel, and the process goes on. What a
+/// full card has no room for is lost; the beginning of a message may stay in the file without its
+/// end.
+///
+/// **Terminals.** A pseudo-terminal never becomes the controlling terminal of the process, and a
+/// write to it never waits: what a terminal that nobody reads has no room for is dropped.
 #ifndef MAVKIT_DIAG_MAVTRACE_H
 #define MAVKIT_DIAG_MAVTRACE_H
 
@@ -30,34 +43,34 @@
 
 /// A trace object: built for one message, or for one dump of many pieces that share a prefix.
 struct MavTrace {
-    int level;          ///< _TRACE_LEVEL of the message
+    int level;          ///< `_TRACE_LEVEL` of the message
     unsigned int flags; ///< bit 0: also to the data channel; bit 1: also to the sche channel
     bool printed;       ///< whether this object has written its prefix
 
-    /// A message of \p messageLevel (a _TRACE_LEVEL) for the channels in \p channelFlags (bits 0,
-    /// 1).
+    /// A message of level `messageLevel` (a `_TRACE_LEVEL`) for the channels in `channelFlags`
+    /// (bits 0 and 1).
     MavTrace(int messageLevel, unsigned int channelFlags)
         : level(messageLevel), flags(channelFlags), printed(false) {}
 
-    /// Writes the printf-style \p format with its arguments to every channel that takes the
+    /// Writes the printf-style `format` with its arguments to every channel that takes the
     /// message: trace, data, sche, in this order. No line end is added. The first channel that is
     /// written gets the prefix when this object has not written it yet. A message that no channel
     /// takes costs two comparisons; the clock is not read.
     void operator()(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
-    /// Opens the stream that one message of channel \p channel (0 to 2) on export way \p way goes
-    /// to; rotates a file longer than \p maxSize bytes first (a negative limit: always). \p name is
-    /// the process name of way "Private"; a null one counts as empty. \return the stream, which the
-    /// caller closes unless it is `stdout`; null when the way is
-    ///         "None" or unknown, a file way is asked for a channel above 2, the path does not fit
-    ///         into 100 characters, or the file or terminal cannot be opened
+    /// Opens the stream for one message of channel `channel` (0 to 2) on export way `way`. A file
+    /// longer than `maxSize` bytes is rotated first (a negative limit: always). `name` is the
+    /// process name of way "Private"; a null one counts as empty.
+    /// \return the stream, which the caller closes unless it is `stdout`; null when the way is
+    /// "None" or unknown, a file way is asked for a channel above 2, the path has 100 characters or
+    /// more, or the file or terminal cannot be opened
     std::FILE* GetExportFile(unsigned char channel, unsigned char way, const char* name,
                              long maxSize) const;
 
-    /// The record in force: `*Setting`, or the built-in default while Setting is null. The built-in
-    /// one is restored to its values at every call: prefix on, level Verbose, trace channel to
-    /// standard output, the others off, name "Command", limit 50000 bytes.
-    /// \return the active record; never null, valid until Setting changes
+    /// The record in use: `*Setting`, or the built-in default while `Setting` is null. The built-in
+    /// one gets its own values back at every call and every message: prefix on, level Verbose,
+    /// trace channel to standard output, the others off, name "Command", limit 50000 bytes.
+    /// \return the active record, valid until `Setting` changes
     const TraceSetting& GetSetting() const;
 
     static const char Prefix[];   ///< the tag at the head of the prefix: "kor"

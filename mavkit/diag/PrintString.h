@@ -6,17 +6,17 @@
 
 #include <string>
 
-/// Appends \p length bytes at \p data to \p out. With \p asHex each byte is two upper-case hex
-/// digits and a blank, with a line feed after every 36th byte; otherwise each byte is one
-/// character, unchanged, zero bytes included. A \p maxLen other than 0 limits the rendering to that
-/// many bytes, and "......" follows when this cut the block short. A length of 0, or null data,
-/// appends nothing.
+/// Appends `length` bytes at `data` to `out`. With `asHex` each byte is two upper-case hex digits
+/// and a blank, with a line feed after every 36th byte; otherwise each byte is one character,
+/// unchanged, zero bytes included. A `maxLen` other than 0 limits the rendering to that many bytes,
+/// and "......" follows when this cut the block short. A length of 0, or null data, appends
+/// nothing.
 void GetPrintString(std::string& out, const void* data, unsigned int length, bool asHex,
                     unsigned int maxLen);
 
-/// Appends the 7-byte BCD record at \p time (century, year, month, day, hour, minute, second) to
-/// \p out as 19 characters, `2024-03-05 06:07:08`. Bytes that are not BCD print as their hex
-/// digits; a null pointer appends nothing.
+/// Appends the 7-byte BCD record at `time` (century, year, month, day, hour, minute, second) to
+/// `out` as 19 characters, `2024-03-05 06:07:08`. Bytes that are not BCD print as their hex digits;
+/// a null pointer appends nothing.
 void GetBcdTimeString(std::string& out, const unsigned char* time);
 
 #endif

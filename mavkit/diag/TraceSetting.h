@@ -1,6 +1,6 @@
 /// \file
-/// The vocabulary of the trace channel: levels, export ways, and the record that tells a process
-/// how to route its trace output. See MavTrace.h for the channel itself.
+/// The vocabulary of the trace channel: levels, export ways, and the record that says how a process
+/// routes its trace output. The channel itself is in `MavTrace.h`.
 #ifndef MAVKIT_DIAG_TRACESETTING_H
 #define MAVKIT_DIAG_TRACESETTING_H
 
@@ -28,18 +28,28 @@ enum _EXPORT_WAY : int {
     WAY_TTYP5 = 9    ///< "ttyp5": /dev/pts/5
 };
 
-/// How a process routes its trace output. Fill one of your own and point MavTrace::Setting at it.
+/// How a process routes its trace output. Fill one of your own and point `MavTrace::Setting` at it:
+///
+///     static TraceSetting setting;
+///     setting.level = LEVEL_INFO;
+///     setting.traceWay = WAY_PRIVATE;
+///     std::snprintf(setting.name, sizeof setting.name, "%s", "meterd"); // trace_meterd.log
+///     MavTrace::Setting = &setting;
+///
 /// A fresh record has the prefix on, threshold Verbose, the trace channel on standard output, the
 /// data and sche channels off, no name and a limit of 50000 bytes.
 struct TraceSetting {
-    unsigned char
-        prefixOn;        ///< 0 or 1: begin the first output of each trace object with tag and time
-    unsigned char level; ///< _TRACE_LEVEL: threshold of the trace channel
-    unsigned char traceWay; ///< _EXPORT_WAY of the trace channel (channel 0)
-    unsigned char dataWay;  ///< _EXPORT_WAY of the data channel (channel 1)
-    unsigned char scheWay;  ///< _EXPORT_WAY of the sche channel (channel 2)
-    char name[31];          ///< process name in "Private" file names: up to 30 characters and a NUL
-    int maxSize; ///< bytes: an export file longer than this is rotated before it is written
+    /// 0 or 1: begin the first output of each trace object with tag and time.
+    unsigned char prefixOn;
+    unsigned char level;    ///< `_TRACE_LEVEL`: threshold of the trace channel
+    unsigned char traceWay; ///< `_EXPORT_WAY` of the trace channel (channel 0)
+    unsigned char dataWay;  ///< `_EXPORT_WAY` of the data channel (channel 1)
+    unsigned char scheWay;  ///< `_EXPORT_WAY` of the sche channel (channel 2)
+    /// The process's name in the file names of way "Private": up to 30 characters and a NUL. It is
+    /// used as it is, so keep "/" out of it. A name that fills all 31 bytes without a NUL is read
+    /// to its end and no further.
+    char name[31];
+    int maxSize; ///< bytes: an export file longer than this is rotated before the next message
 
     constexpr TraceSetting()
         : prefixOn(1), level(LEVEL_VERBOSE), traceWay(WAY_STDOUT), dataWay(WAY_NONE),
@@ -50,22 +60,23 @@ struct TraceSetting {
 constexpr unsigned int TRACE_LEVEL_NAME_SIZE = sizeof "Disabled";
 constexpr unsigned int TRACE_WAY_NAME_SIZE = sizeof "Private";
 
-/// Code of the level called \p name (case ignored). A text that names none is read as a decimal
+/// Code of the level called `name` (case ignored). A text that names none is read as a decimal
 /// number in the manner of `atoi` and gives its low 8 bits, so "3" is 3, "300" is 44, "-1" is 255
-/// and "Fatal" is 0; a null pointer is 0. \return the code, 0 to 255: not checked against the table
+/// and "Fatal" is 0; a null pointer is 0.
+/// \return the code, 0 to 255: not checked against the table
 unsigned char MAKE_TRACE_LEVEL_VAL(const char* name);
 
-/// Copies the name of level \p code to \p name (at least 9 bytes): "Disabled" to "Verbose", or
-/// "invalid" for a code above 4.
+/// Copies the name of level `code` to `name` (`TRACE_LEVEL_NAME_SIZE` bytes): "Disabled" to
+/// "Verbose", or "invalid" for a code above 4.
 /// \return 0
 int MAKE_TRACE_LEVEL_KEY(unsigned char code, char* name);
 
-/// Code of the export way called \p name, by the rules of MAKE_TRACE_LEVEL_VAL().
+/// Code of the export way called `name`, by the rules of `MAKE_TRACE_LEVEL_VAL`.
 /// \return the code, 0 to 255: not checked against the table
 unsigned char MAKE_TRACE_WAY_VAL(const char* name);
 
-/// Copies the name of export way \p code to \p name (at least 8 bytes): "None" to "ttyp5", or
-/// "invalid" for a code above 9.
+/// Copies the name of export way `code` to `name` (`TRACE_WAY_NAME_SIZE` bytes): "None" to "ttyp5",
+/// or "invalid" for a code above 9.
 /// \return 0
 int MAKE_TRACE_WAY_KEY(unsigned char code, char* name);
 
