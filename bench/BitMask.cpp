@@ -1,258 +1,157 @@
-// The bit mask beside boost::dynamic_bitset and CRoaring.
-#include "Bench.h"
+// The bit mask. The floor moves as many bytes.
+#include "Masks.h"
 
-#include "mavkit/encoding/BitMask.h"
-
-#include <absl/strings/numbers.h>
-#include <absl/strings/str_split.h>
-#include <boost/dynamic_bitset.hpp>
 #include <cstring>
-#include <fmt/format.h>
-#include <roaring/roaring.hh>
+
+using bench::MaskRow;
+using bench::Size;
+
+std::vector<MaskRow> bench::MaskRows(bool large) {
+    std::vector<MaskRow> rows = {{{"1 Ki sparse", 1024}, 1024, false},
+                                 {{"1 Ki dense", 1024}, 1024, true}};
+    if (large) {
+        rows.insert(rows.begin() + 1, {{"1 Mi sparse", 1048576}, 1048576, false});
+        rows.push_back({{"1 Mi dense", 1048576}, 1048576, true});
+    } else {
+        rows.push_back({{"32 Ki dense", 32768}, 32768, true});
+    }
+    return rows;
+}
+
+std::vector<MaskRow> bench::RangeRows(bool large) {
+    return {{{"1 Ki", 1024}, 1024, false},
+            large ? MaskRow{{"1 Mi", 1048576}, 1048576, false}
+                  : MaskRow{{"32 Ki", 32768}, 32768, false}};
+}
+
+void bench::ForRuns(std::size_t count, bool dense,
+                    const std::function<void(unsigned int, unsigned int)>& setRun) {
+    const std::vector<unsigned char> noise = Noise(count);
+    for (std::size_t at = 3, i = 0; at < count - 40; ++i) {
+        const std::size_t length = dense ? 1 + noise[i] % 20 : noise[i] % 4 == 0 ? 3 : 1;
+        setRun(static_cast<unsigned int>(at), static_cast<unsigned int>(at + length - 1));
+        at += length + 1 + (dense ? noise[i + 1] % 20 : 100 + noise[i + 1]);
+    }
+    setRun(static_cast<unsigned int>(count - 1), static_cast<unsigned int>(count - 1));
+}
+
+BitMask bench::MakeMask(const MaskRow& row) {
+    BitMask mask;
+    ForRuns(row.bits, row.dense,
+            [&mask](unsigned int from, unsigned int to) { mask.Enable(from, to); });
+    return mask;
+}
 
 namespace {
 
-using bench::Size;
-using Bitset = boost::dynamic_bitset<unsigned long>;
-
-struct Sets {
-    BitMask ours;
-    Bitset bitset;
-    Roaring roaring;
+std::string Text(const BitMask& mask) {
     std::string text;
-};
-
-void AppendRun(std::string& out, std::size_t first, std::size_t last) {
-    if (!out.empty()) {
-        out += ',';
-    }
-    fmt::format_int number(first);
-    out.append(number.data(), number.size());
-    if (last > first) {
-        out += '-';
-        fmt::format_int end(last);
-        out.append(end.data(), end.size());
-    }
+    mask.ToString(text, 0);
+    return text;
 }
 
-void BitsetText(const Bitset& set, std::string& out) {
-    out.clear();
-    std::size_t first = set.find_first();
-    while (first != Bitset::npos) {
-        std::size_t last = first;
-        std::size_t next;
-        while ((next = set.find_next(last)) == last + 1) {
-            last = next;
-        }
-        AppendRun(out, first, last);
-        first = next;
-    }
+void AddFloor(const char* job, Size size, const std::string& text) {
+    std::string out = text;
+    bench::Add(job, size, "floor", [text, out]() mutable {
+        std::memcpy(&out[0], text.data(), text.size());
+        bench::Use(out.data());
+    });
 }
 
-void RoaringText(const Roaring& set, std::string& out) {
-    out.clear();
-    std::size_t first = 0;
-    std::size_t last = 0;
-    bool any = false;
-    for (const std::uint32_t bit : set) {
-        if (any && bit != last + 1) {
-            AppendRun(out, first, last);
-        }
-        if (!any || bit != last + 1) {
-            first = bit;
-        }
-        last = bit;
-        any = true;
-    }
-    if (any) {
-        AppendRun(out, first, last);
-    }
-}
-
-template <typename SetRange>
-void Parse(const std::string& text, SetRange set) {
-    for (const absl::string_view item : absl::StrSplit(text, ',')) {
-        const std::pair<absl::string_view, absl::string_view> ends =
-            absl::StrSplit(item, absl::MaxSplits('-', 1));
-        std::uint32_t from = 0;
-        std::uint32_t to = 0;
-        if (absl::SimpleAtoi(ends.first, &from)) {
-            set(from, absl::SimpleAtoi(ends.second, &to) ? to : from);
-        }
-    }
-}
-
-// Sparse: single bits and short runs, far apart. Dense: runs of about ten bits with gaps as long.
-Sets* MakeSets(std::size_t count, bool dense) {
-    Sets* const sets = new Sets; // for the life of the program
-    sets->bitset.resize(count);
-    const std::vector<unsigned char> noise = bench::Noise(count);
-    for (std::size_t at = 3, i = 0; at < count - 40; ++i) {
-        const std::size_t length = dense ? 1 + noise[i] % 20 : noise[i] % 4 == 0 ? 3 : 1;
-        const unsigned int from = static_cast<unsigned int>(at);
-        const unsigned int to = static_cast<unsigned int>(at + length - 1);
-        sets->ours.Enable(from, to);
-        sets->bitset.set(from, length, true);
-        sets->roaring.addRange(from, std::uint64_t{to} + 1);
-        at += length + 1 + (dense ? noise[i + 1] % 20 : 100 + noise[i + 1]);
-    }
-    sets->roaring.runOptimize();
-    sets->ours.Enable(static_cast<unsigned int>(count - 1), static_cast<unsigned int>(count - 1));
-    sets->bitset.set(count - 1);
-    sets->roaring.add(static_cast<std::uint32_t>(count - 1));
-    sets->ours.ToString(sets->text, 0);
-    std::string text;
-    BitsetText(sets->bitset, text);
-    bench::Same("bits to text", "dynamic_bitset", text, sets->text);
-    RoaringText(sets->roaring, text);
-    bench::Same("bits to text", "CRoaring", text, sets->text);
-    bench::Same("bits counted", "dynamic_bitset", sets->bitset.count(), sets->ours.EnableCount());
-    bench::Same("bits counted", "CRoaring", sets->roaring.cardinality(), sets->ours.EnableCount());
-    return sets;
-}
-
-void AddSet(Size size, std::size_t count, bool dense) {
-    const Sets* const sets = MakeSets(count, dense);
-    const Sets* const others = MakeSets(count, !dense);
-    const std::size_t bytes = count / 8;
-    static std::vector<unsigned char> from(131072 + 8);
-    static std::vector<unsigned char> to(131072 + 8);
+void AddSet(const MaskRow& row) {
+    const Size size = row.size;
+    const BitMask mask = bench::MakeMask(row);
+    const BitMask other = bench::MakeMask({size, row.bits, !row.dense});
+    const std::string bytes(row.bits / 8, '\0');
 
     const char* job = "bits counted";
-    bench::Target(job, "dynamic_bitset 1.0");
-    bench::Add(job, size, "ours", [sets] { bench::Use(sets->ours.EnableCount()); });
-    const auto copy = [bytes] {
-        std::memcpy(to.data(), from.data(), bytes);
-        bench::Use(to.data());
-    };
-    bench::Add(job, size, "floor", copy);
-    bench::Add(job, size, "dynamic_bitset", [sets] { bench::Use(sets->bitset.count()); });
-    bench::Add(job, size, "CRoaring", [sets] { bench::Use(sets->roaring.cardinality()); });
+    bench::Targets()[job] = "dynamic_bitset 1.0";
+    bench::Add(job, size, "ours", [mask] { bench::Use(mask.EnableCount()); });
+    AddFloor(job, size, bytes);
 
     job = "union of bits";
-    bench::Target(job, "dynamic_bitset 1.0");
-    Sets* const sum = new Sets(*sets);
-    const auto unite = [sum, others] {
-        sum->ours.Enable(others->ours);
-        bench::Use(sum);
-    };
-    const auto uniteBitset = [sum, others] {
-        sum->bitset |= others->bitset;
-        bench::Use(sum);
-    };
-    const auto uniteRoaring = [sum, others] {
-        sum->roaring |= others->roaring;
-        bench::Use(sum);
-    };
-    unite();
-    uniteBitset();
-    uniteRoaring();
-    bench::Same(job, "dynamic_bitset", sum->bitset.count(), sum->ours.EnableCount());
-    bench::Same(job, "CRoaring", sum->roaring.cardinality(), sum->ours.EnableCount());
-    bench::Add(job, size, "ours", unite);
-    bench::Add(job, size, "floor", copy);
-    bench::Add(job, size, "dynamic_bitset", uniteBitset);
-    bench::Add(job, size, "CRoaring", uniteRoaring);
+    bench::Targets()[job] = "dynamic_bitset 1.0";
+    BitMask sum = mask;
+    bench::Add(job, size, "ours", [sum, other]() mutable {
+        sum.Enable(other);
+        bench::Use(&sum);
+    });
+    AddFloor(job, size, bytes);
 
     job = "bits to text";
-    bench::Target(job, "dynamic_bitset 1.0");
-    std::string out = sets->text;
-    bench::Add(job, size, "ours", [sets, out]() mutable {
-        sets->ours.ToString(out, 0);
+    bench::Targets()[job] = "dynamic_bitset 1.0";
+    std::string out = Text(mask);
+    const std::string text = out;
+    bench::Add(job, size, "ours", [mask, out]() mutable {
+        mask.ToString(out, 0);
         bench::Use(out.data());
     });
-    bench::Add(job, size, "floor", [sets, out]() mutable {
-        std::memcpy(&out[0], sets->text.data(), sets->text.size());
-        bench::Use(out.data());
-    });
-    bench::Add(job, size, "dynamic_bitset", [sets, out]() mutable {
-        BitsetText(sets->bitset, out);
-        bench::Use(out.data());
-    });
-    bench::Add(job, size, "CRoaring", [sets, out]() mutable {
-        RoaringText(sets->roaring, out);
-        bench::Use(out.data());
-    });
+    AddFloor(job, size, text);
 
     job = "text to bits";
-    bench::Target(job, "peer 1.0");
-    Sets* const read = new Sets;
-    read->bitset.resize(count);
-    const auto parse = [sets, read, count] {
-        read->ours.Disable(0, static_cast<unsigned int>(count - 1));
-        read->ours.ParseFrom(sets->text.c_str(), true, 0);
-        bench::Use(read);
+    bench::Targets()[job] = "peer 1.0";
+    BitMask read = mask;
+    const unsigned int last = static_cast<unsigned int>(row.bits - 1);
+    const auto parse = [text, last](BitMask& to) {
+        to.Disable(0, last);
+        to.ParseFrom(text.c_str(), true, 0);
     };
-    const auto parseBitset = [sets, read] {
-        read->bitset.reset();
-        Parse(sets->text, [read](unsigned a, unsigned b) { read->bitset.set(a, b - a + 1, true); });
-        bench::Use(read);
-    };
-    const auto parseRoaring = [sets, read] {
-        read->roaring = Roaring();
-        Parse(sets->text,
-              [read](unsigned a, unsigned b) { read->roaring.addRange(a, std::uint64_t{b} + 1); });
-        bench::Use(read);
-    };
-    parse();
-    parseBitset();
-    parseRoaring();
-    bench::Same(job, "dynamic_bitset", read->bitset, sets->bitset);
-    bench::Same(job, "CRoaring", read->roaring, sets->roaring);
-    read->ours.ToString(out, 0);
-    bench::Same(job, "ours", out, sets->text);
-    bench::Add(job, size, "ours", parse);
-    bench::Add(job, size, "floor", [sets, out]() mutable {
-        std::memcpy(&out[0], sets->text.data(), sets->text.size());
-        bench::Use(out.data());
+    parse(read);
+    bench::Same(job, "ours", Text(read), text);
+    bench::Add(job, size, "ours", [read, parse]() mutable {
+        parse(read);
+        bench::Use(&read);
     });
-    bench::Add(job, size, "dynamic_bitset", parseBitset);
-    bench::Add(job, size, "CRoaring", parseRoaring);
+    AddFloor(job, size, text);
 }
 
-void AddRange(Size size, unsigned int count) {
+// One bit at the far end of a mask: to be found, and to be passed when the end is cut off.
+void AddFar(const MaskRow& row) {
+    const unsigned int last = static_cast<unsigned int>(row.bits - 1);
+    const std::string bytes(row.bits / 8, '\0');
+    BitMask far;
+    far.Enable(last, last);
+    std::string out;
+    bench::Add("one bit found at the end", row.size, "ours", [far, out]() mutable {
+        far.ToString(out, 0);
+        bench::Use(out.data());
+    });
+    AddFloor("one bit found at the end", row.size, bytes);
+    BitMask cut;
+    bench::Add("zeros copied and cut off", row.size, "ours", [far, cut, last]() mutable {
+        cut = far;
+        cut.Disable(last, last);
+        cut.Trim();
+        bench::Use(&cut);
+    });
+    AddFloor("zeros copied and cut off", row.size, bytes);
+}
+
+void AddRange(const MaskRow& row) {
     const char* job = "range of bits set";
-    bench::Target(job, "dynamic_bitset 1.0");
-    Sets* const sets = new Sets;
-    sets->ours.Enable(0, count - 1);
-    sets->ours.Disable(0, count - 1);
-    sets->bitset.resize(count);
-    const unsigned int first = 5;
-    const unsigned int last = count - 6;
-    const auto ours = [sets, first, last] {
-        sets->ours.Enable(first, last);
-        bench::Use(sets);
-    };
-    const auto bitset = [sets, first, last] {
-        sets->bitset.set(first, last - first + 1, true);
-        bench::Use(sets);
-    };
-    const auto roaring = [sets, first, last] {
-        sets->roaring.addRange(first, std::uint64_t{last} + 1);
-        bench::Use(sets);
-    };
-    ours();
-    bitset();
-    roaring();
-    bench::Same(job, "dynamic_bitset", sets->bitset.count(), sets->ours.EnableCount());
-    bench::Same(job, "CRoaring", sets->roaring.cardinality(), sets->ours.EnableCount());
-    bench::Add(job, size, "ours", ours);
-    bench::Add(job, size, "floor", [count] {
-        static std::vector<unsigned char> bytes(131072);
-        std::memset(bytes.data(), 0xFF, count / 8);
+    bench::Targets()[job] = "dynamic_bitset 1.0";
+    BitMask mask;
+    mask.Enable(0, static_cast<unsigned int>(row.bits - 1));
+    const unsigned int last = static_cast<unsigned int>(row.bits - 6);
+    bench::Add(job, row.size, "ours", [mask, last]() mutable {
+        mask.Enable(5, last);
+        bench::Use(&mask);
+    });
+    std::vector<unsigned char> bytes(row.bits / 8);
+    bench::Add(job, row.size, "floor", [bytes]() mutable {
+        std::memset(bytes.data(), 0xFF, bytes.size());
         bench::Use(bytes.data());
     });
-    bench::Add(job, size, "dynamic_bitset", bitset);
-    bench::Add(job, size, "CRoaring", roaring);
 }
 
 } // namespace
 
-void bench::AddBitMask() {
-    AddRange({"1 Ki", 1024}, 1024);
-    AddRange({"1 Mi", 1048576}, 1048576);
-    AddSet({"1 Ki sparse", 1024}, 1024, false);
-    AddSet({"1 Mi sparse", 1048576}, 1048576, false);
-    AddSet({"1 Ki dense", 1024}, 1024, true);
-    AddSet({"1 Mi dense", 1048576}, 1048576, true);
+void bench::AddBitMask(bool large) {
+    for (const MaskRow& row : RangeRows(large)) {
+        AddRange(row);
+        AddFar(row);
+    }
+    for (const MaskRow& row : MaskRows(large)) {
+        AddSet(row);
+    }
 }

@@ -1,146 +1,135 @@
 // Trace lines, the general log, and bytes as hex text.
-#include "Bench.h"
+#include "Lines.h"
 
 #include "mavkit/diag/MavTrace.h"
 #include "mavkit/diag/PrintString.h"
 #include "mavkit/diag/Trace.h"
 
-#include <absl/strings/ascii.h>
-#include <absl/strings/escaping.h>
-#include <absl/strings/string_view.h>
 #include <atomic>
 #include <climits>
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
-#include <fmt/format.h>
 #include <fstream>
-#include <memory>
-#include <spdlog/details/file_helper.h>
-#include <spdlog/details/null_mutex.h>
-#include <spdlog/pattern_formatter.h>
-#include <spdlog/sinks/base_sink.h>
-#include <spdlog/sinks/null_sink.h>
-#include <spdlog/spdlog.h>
 #include <sstream>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
 
-// Where trace.log of the trace channel goes.
-std::string& TracePath() {
-    static std::string path;
-    return path;
+const char* Here(const char* path) {
+    constexpr char kTrace[] = "/mnt/sd/term/common/trace/trace.log";
+    return std::strcmp(path, kTrace) == 0 ? bench::TracePath().c_str() : path;
 }
 
 } // namespace
 
-extern "C" FILE* __real_fopen(const char* path, const char* mode);
-extern "C" FILE* __wrap_fopen(const char* path, const char* mode);
-
-FILE* __wrap_fopen(const char* path, const char* mode) {
-    constexpr char kTrace[] = "/mnt/sd/term/common/trace/trace.log";
-    return __real_fopen(std::strcmp(path, kTrace) == 0 ? TracePath().c_str() : path, mode);
+// The channel's directory is fixed, so the linker sends its calls here.
+extern "C" {
+std::FILE* __real_fopen(const char* path, const char* mode);
+std::FILE* __wrap_fopen(const char* path, const char* mode) {
+    return __real_fopen(Here(path), mode);
 }
-
-namespace {
-
-using bench::Size;
-
-const char kName[] = "kitchen";
-volatile int watts = 1234;
-
-// spdlog's way to write a file that is opened for each line and closed after it.
-class ReopeningSink final : public spdlog::sinks::base_sink<spdlog::details::null_mutex> {
-public:
-    explicit ReopeningSink(std::string path) : path_(std::move(path)) {}
-
-private:
-    void sink_it_(const spdlog::details::log_msg& message) override {
-        spdlog::memory_buf_t text;
-        formatter_->format(message, text);
-        spdlog::details::file_helper file;
-        file.open(path_);
-        file.write(text);
+std::FILE* __real_fopen64(const char* path, const char* mode);
+std::FILE* __wrap_fopen64(const char* path, const char* mode) {
+    return __real_fopen64(Here(path), mode);
+}
+int __real_open(const char* path, int flags, ...);
+int __wrap_open(const char* path, int flags, mode_t mode) {
+    return __real_open(Here(path), flags, mode);
+}
+#if defined(__mips__)
+// What a conversion of a time costs depends on the time, so it stands still where instructions are
+// counted. The system is asked all the same.
+std::time_t __real_time(std::time_t* out);
+std::time_t __wrap_time(std::time_t* out) {
+    __real_time(out);
+    const std::time_t now = 1709593628;
+    if (out != nullptr) {
+        *out = now;
     }
-    void flush_() override {}
-
-    const std::string path_;
-};
-
-std::shared_ptr<spdlog::logger> ReopeningLogger(const std::string& path, const char* pattern) {
-    auto logger = std::make_shared<spdlog::logger>(path, std::make_shared<ReopeningSink>(path));
-    logger->set_formatter(
-        std::make_unique<spdlog::pattern_formatter>(pattern, spdlog::pattern_time_type::local, ""));
-    return logger;
+    return now;
+}
+#endif
+int __real_open64(const char* path, int flags, ...);
+int __wrap_open64(const char* path, int flags, mode_t mode) {
+    return __real_open64(Here(path), flags, mode);
+}
 }
 
-std::string Content(const std::string& path) {
+volatile int bench::watts = 1234;
+
+const std::string& bench::TracePath() {
+    static const std::string path = Directory() + "/trace.log";
+    return path;
+}
+
+std::string bench::Content(const std::string& path) {
     std::ostringstream text;
     text << std::ifstream(path).rdbuf();
     return text.str();
 }
 
-void Empty(const std::string& path) {
+void bench::Empty(const std::string& path) {
     close(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666));
 }
 
-// What a line cannot be written without; only the trace channel has to know how long the file is.
-void WriteLine(const std::string& path, const std::string& line, bool limited) {
-    const time_t now = time(nullptr);
-    bench::Use(localtime(&now));
+void bench::SameLine(const Line& line, const char* who, const std::function<void()>& other) {
+    const auto once = [&](const std::function<void()>& write) {
+        Empty(line.path);
+        write();
+        return Content(line.path);
+    };
+    // The second may change between the two: then once more.
+    for (int tries = 0; once(line.ours) != once(other); ++tries) {
+        if (tries == 2) {
+            Differ(line.job, who);
+        }
+    }
+}
+
+void bench::WriteLine(const std::string& path, const std::string& line, bool limited) {
+    const std::time_t now = std::time(nullptr);
+    Use(std::localtime(&now));
     const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_APPEND, 0666);
     if (limited) {
-        struct stat status;
-        fstat(fd, &status);
+        Use(lseek(fd, 0, SEEK_END));
     }
-    bench::Use(write(fd, line.data(), line.size()));
+    Use(write(fd, line.data(), line.size()));
     close(fd);
 }
 
-// A line of one of the logs, `ours`, beside the same line by other hands.
-template <typename Ours>
-void AddLine(const char* job, const char* size, const std::string& path, const std::string& message,
-             const char* pattern, const char* stampFormat, Ours ours) {
-    const Size at = {size, static_cast<double>(message.size())};
-    const auto ready = [path] { Empty(path); };
-    const auto printed = [path, message, stampFormat] {
-        const time_t now = time(nullptr);
-        const tm* t = localtime(&now);
-        FILE* file = __real_fopen(path.c_str(), "a+");
-        std::fprintf(file, stampFormat, t->tm_mon + 1, t->tm_mday, t->tm_hour, t->tm_min,
-                     t->tm_sec);
-        std::fprintf(file, "meter %s: %d W%s\n", kName, int{watts}, message.c_str());
-        std::fclose(file);
-    };
-    const auto logger = ReopeningLogger(path, pattern);
-    const auto logged = [logger, message] {
-        logger->info("meter {}: {} W{}\n", kName, int{watts}, message);
-    };
-    // The second may change between the lines: then once more.
-    std::string line;
-    for (int tries = 0; tries < 3; ++tries) {
-        const auto once = [&](auto&& hand) {
-            Empty(path);
-            hand();
-            return Content(path);
-        };
-        line = once(ours);
-        if (line == once(printed) && line == once(logged)) {
-            break;
+const std::vector<bench::Line>& bench::Lines() {
+    static const std::vector<Line> lines = [] {
+        static TraceSetting open;
+        open.traceWay = WAY_PUBLIC;
+        open.level = LEVEL_INFO;
+        open.maxSize = INT_MAX;
+        const std::string general = Directory() + "/general.log";
+        std::vector<Line> all;
+        for (const Size size : {Size{"20 B", 20}, Size{"1 KiB", 1020}}) {
+            const std::string text(static_cast<std::size_t>(size.units) - 20, 'x');
+            all.push_back({"trace line to a public file", size, TracePath(), text,
+                           "kor(%02d-%02d %02d:%02d:%02d):", [text] {
+                               MavTrace::Setting = &open;
+                               MavTrace(LEVEL_INFO, 0)("meter %s: %d W%s\n", kMeter, int{watts},
+                                                       text.c_str());
+                           }});
+            all.push_back({"general-log line", size, general, text, "%02d-%02d %02d:%02d:%02d\t",
+                           [text, general] {
+                               Trace{general.c_str(), __LINE__, 0}("meter %s: %d W%s\n", kMeter,
+                                                                   int{watts}, text.c_str());
+                           }});
         }
-        if (tries == 2) {
-            bench::Differ(job, "a peer");
-        }
-    }
-    const bool limited = path == TracePath();
-    bench::Add(job, at, "ours", ours, ready);
-    bench::Add(
-        job, at, "floor", [path, line, limited] { WriteLine(path, line, limited); }, ready);
-    bench::Add(job, at, "fopen, fprintf, fclose", printed, ready);
-    bench::Add(job, at, "spdlog", logged, ready);
+        return all;
+    }();
+    return lines;
 }
+
+namespace {
+
+using bench::Size;
+using bench::watts;
 
 void AddTrace() {
     static TraceSetting quiet;
@@ -148,47 +137,37 @@ void AddTrace() {
     const auto silence = [] { MavTrace::Setting = &quiet; };
 
     const char* job = "trace message under the threshold";
-    bench::Target(job, "peer 1.0 ns 10");
+    bench::Targets()[job] = "peer 1.0 ns 10";
     static std::atomic<int> threshold{LEVEL_ERROR};
     bench::Add(
         job, {"3 arguments", 0}, "ours",
-        [] { MavTrace(LEVEL_INFO, 0)("meter %s: %d W\n", kName, int{watts}); }, silence);
+        [] { MavTrace(LEVEL_INFO, 0)("meter %s: %d W\n", bench::kMeter, int{watts}); }, silence);
     bench::Add(job, {"3 arguments", 0}, "floor", [] {
         if (LEVEL_INFO <= threshold.load(std::memory_order_relaxed)) {
             std::abort();
         }
     });
-    spdlog::set_default_logger(
-        std::make_shared<spdlog::logger>("", std::make_shared<spdlog::sinks::null_sink_st>()));
-    spdlog::set_level(spdlog::level::err);
-    bench::Add(job, {"3 arguments", 0}, "spdlog",
-               [] { spdlog::info("meter {}: {} W\n", kName, int{watts}); });
-    static const std::shared_ptr<spdlog::logger> logger = spdlog::default_logger();
-    bench::Add(job, {"3 arguments", 0}, "spdlog, logger at hand",
-               [] { logger->info("meter {}: {} W\n", kName, int{watts}); });
-
-    static TraceSetting open;
-    open.traceWay = WAY_PUBLIC;
-    open.maxSize = INT_MAX;
-    TracePath() = bench::Directory() + "/trace.log";
-    MavTrace::Setting = &open;
-    const std::string texts[] = {"", std::string(1000, 'x')};
-    const char* sizes[] = {"20 B", "1 KiB"};
-    bench::Target("trace line to a public file", "floor 1.25");
-    bench::Target("general-log line", "floor 1.25");
-    const std::string general = bench::Directory() + "/general.log";
-    for (int i = 0; i < 2; ++i) {
-        const std::string& text = texts[i];
-        AddLine("trace line to a public file", sizes[i], TracePath(), text,
-                "kor(%m-%d %H:%M:%S):%v", "kor(%02d-%02d %02d:%02d:%02d):", [text] {
-                    MavTrace::Setting = &open;
-                    MavTrace(LEVEL_INFO, 0)("meter %s: %d W%s\n", kName, int{watts}, text.c_str());
-                });
-        AddLine("general-log line", sizes[i], general, text, "%m-%d %H:%M:%S\t%v",
-                "%02d-%02d %02d:%02d:%02d\t", [text, general] {
-                    Trace{general.c_str(), __LINE__, 0}("meter %s: %d W%s\n", kName, int{watts},
-                                                        text.c_str());
-                });
+    for (const bench::Line& line : bench::Lines()) {
+        bench::Targets()[line.job] = "floor 1.25";
+        const std::string path = line.path;
+        const auto prepare = [path] { bench::Empty(path); };
+        const auto printed = [&line] {
+            const std::time_t now = std::time(nullptr);
+            const std::tm* t = std::localtime(&now);
+            std::FILE* file = std::fopen(line.path.c_str(), "a+");
+            std::fprintf(file, line.stamp, t->tm_mon + 1, t->tm_mday, t->tm_hour, t->tm_min,
+                         t->tm_sec);
+            std::fprintf(file, "meter %s: %d W%s\n", bench::kMeter, int{watts}, line.text.c_str());
+            std::fclose(file);
+        };
+        bench::SameLine(line, "fopen, fprintf, fclose", printed);
+        const std::string content = bench::Content(path);
+        const bool limited = path == bench::TracePath();
+        bench::Add(line.job, line.size, "ours", line.ours, prepare);
+        bench::Add(
+            line.job, line.size, "floor",
+            [path, content, limited] { bench::WriteLine(path, content, limited); }, prepare);
+        bench::Add(line.job, line.size, "fopen, fprintf, fclose", printed, prepare);
     }
 }
 
@@ -207,41 +186,14 @@ void HexByPrintf(std::string& out, const std::vector<unsigned char>& data) {
     }
 }
 
-void HexByFmt(std::string& out, const std::vector<unsigned char>& data) {
-    const auto to = std::back_inserter(out);
-    for (std::size_t at = 0; at < data.size(); at += kLine) {
-        const unsigned char* first = data.data() + at;
-        const std::size_t length = std::min(kLine, data.size() - at);
-        fmt::format_to(to, "{:02X} ", fmt::join(first, first + length, " "));
-        if (length == kLine) {
-            out += '\n';
-        }
-    }
-}
-
-void HexByAbsl(std::string& out, const std::vector<unsigned char>& data) {
-    std::string digits = absl::BytesToHexString(
-        absl::string_view(reinterpret_cast<const char*>(data.data()), data.size()));
-    absl::AsciiStrToUpper(&digits);
-    for (std::size_t i = 0; i < data.size(); ++i) {
-        const char group[] = {digits[2 * i], digits[2 * i + 1], ' '};
-        out.append(group, sizeof group);
-        if (i % kLine == kLine - 1) {
-            out += '\n';
-        }
-    }
-}
-
 void AddHex() {
     const char* job = "hex rendering";
-    bench::Target(job, "peer 1.0");
+    bench::Targets()[job] = "peer 1.0";
     for (const Size size : {Size{"64 B", 64}, Size{"4 KiB", 4096}}) {
-        static const std::vector<unsigned char> all = bench::Noise(4096);
-        const std::vector<unsigned char> data(all.begin(),
-                                              all.begin() + static_cast<long>(size.units));
+        const std::vector<unsigned char> data = bench::Noise(static_cast<std::size_t>(size.units));
         std::string expected;
         GetPrintString(expected, data.data(), static_cast<unsigned>(data.size()), true, 0);
-        // Each hand appends to a string that keeps its memory from time to time.
+        // Each appends to a string that keeps its memory from time to time.
         const auto add = [&](const char* who, auto render) {
             std::string text;
             render(text, data);
@@ -259,8 +211,6 @@ void AddHex() {
             out.append(expected);
         });
         add("snprintf", HexByPrintf);
-        add("fmt", HexByFmt);
-        add("absl", HexByAbsl);
     }
 }
 

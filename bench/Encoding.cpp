@@ -1,15 +1,10 @@
 // The CRC step, hex text, fields, and BCD numbers.
-#include "Bench.h"
+#include "Texts.h"
 
 #include "mavkit/encoding/BcdNumber.h"
 #include "mavkit/encoding/Bits.h"
 #include "mavkit/encoding/MavString.h"
 
-#include <absl/strings/escaping.h>
-#include <absl/strings/str_split.h>
-#include <boost/algorithm/hex.hpp>
-#include <boost/algorithm/string.hpp>
-#include <boost/crc.hpp>
 #include <cstring>
 
 namespace {
@@ -19,7 +14,7 @@ using Bytes = std::vector<unsigned char>;
 
 void AddCrc() {
     const char* job = "CRC-16, byte by byte";
-    bench::Target(job, "peer 1.0");
+    bench::Targets()[job] = "peer 1.0";
     for (const Size size : {Size{"16 B", 16}, Size{"4 KiB", 4096}}) {
         const Bytes data = bench::Noise(static_cast<std::size_t>(size.units));
         static const std::vector<unsigned short> table(crc_tbl, crc_tbl + 256);
@@ -38,94 +33,50 @@ void AddCrc() {
             }
             return static_cast<unsigned short>(crc);
         };
-        const auto boosted = [data] {
-            boost::crc_optimal<16, 0x1021, 0xFFFF, 0, false, false> crc;
-            crc.process_bytes(data.data(), data.size());
-            return static_cast<unsigned short>(crc.checksum());
-        };
         bench::Same(job, "floor", floor(), ours());
-        bench::Same(job, "Boost", boosted(), ours());
         bench::Add(job, size, "ours", [ours] { bench::Use(ours()); });
         bench::Add(job, size, "floor", [floor] { bench::Use(floor()); });
-        bench::Add(job, size, "Boost", [boosted] { bench::Use(boosted()); });
     }
 }
 
-void AddHexText() {
+void AddHexText(bool large) {
     const char* job = "hex text to bytes";
-    bench::Target(job, "peer 1.0");
-    for (const Size size : {Size{"64 KiB", 65536}, Size{"1 MiB", 1048576}}) {
+    bench::Targets()[job] = "peer 1.0";
+    for (const Size& size : bench::TextSizes(large)) {
         const Bytes data = bench::Noise(static_cast<std::size_t>(size.units) / 2);
-        std::string text;
-        boost::algorithm::hex(data.begin(), data.end(), std::back_inserter(text));
-        static ByteString bytes; // keep their memory from time to time
-        static std::string plain;
+        const std::string text = bench::HexOf(data);
+        static ByteString bytes; // keeps its memory from time to time
         const auto ours = [text] {
             bytes.clear();
             ParseHexStr(text.c_str(), bytes);
             return bytes.data();
         };
-        const auto boosted = [text] {
-            plain.clear();
-            boost::algorithm::unhex(text, std::back_inserter(plain));
-            return plain.data();
-        };
-        const auto abseil = [text] { return absl::HexStringToBytes(text); };
-        const auto same = [&](const char* who, const auto& result) {
-            bench::Same(job, who, Bytes(result.begin(), result.end()), data);
-        };
         ours();
-        same("ours", bytes);
-        boosted();
-        same("Boost", plain);
-        same("absl", abseil());
+        bench::Same(job, "ours", Bytes(bytes.begin(), bytes.end()), data);
         bench::Add(job, size, "ours", [ours] { bench::Use(ours()); });
         Bytes copy = data;
         bench::Add(job, size, "floor", [data, copy]() mutable {
             std::memcpy(copy.data(), data.data(), data.size());
             bench::Use(copy.data());
         });
-        bench::Add(job, size, "Boost", [boosted] { bench::Use(boosted()); });
-        bench::Add(job, size, "absl", [abseil] { bench::Use(abseil().data()); });
     }
 }
 
-void AddSplit() {
+void AddSplit(bool large) {
     const char* job = "text split into fields";
-    bench::Target(job, "peer 1.0");
-    for (const Size size : {Size{"64 KiB", 65536}, Size{"1 MiB", 1048576}}) {
-        // Fields of 1 to 24 characters, short ones and some that no short string holds.
-        std::string text;
-        unsigned int i = 0;
-        for (const unsigned char byte : bench::Noise(static_cast<std::size_t>(size.units))) {
-            text += static_cast<char>('a' + byte % 26);
-            if (++i % 7 == 0 && byte % 3 != 0) {
-                text += ',';
-            }
-        }
-        text.resize(static_cast<std::size_t>(size.units));
-        const auto ours = [text] {
+    bench::Targets()[job] = "peer 1.0";
+    for (const Size& size : bench::TextSizes(large)) {
+        const std::string text = bench::FieldsText(static_cast<std::size_t>(size.units));
+        bench::Add(job, size, "ours", [text] {
             strings list;
             list.addfrom(text.c_str(), ",", true);
-            return list;
-        };
-        const auto boosted = [text] {
-            std::vector<std::string> list;
-            boost::algorithm::split(list, text, [](char c) { return c == ','; });
-            return list;
-        };
-        const auto abseil = [text] { return std::vector<std::string>(absl::StrSplit(text, ',')); };
-        const std::vector<std::string> expected = ours();
-        bench::Same(job, "Boost", boosted(), expected);
-        bench::Same(job, "absl", abseil(), expected);
-        bench::Add(job, size, "ours", [ours] { bench::Use(ours().data()); });
+            bench::Use(list.data());
+        });
         std::string copy = text;
         bench::Add(job, size, "floor", [text, copy]() mutable {
             std::memcpy(&copy[0], text.data(), text.size());
             bench::Use(copy.data());
         });
-        bench::Add(job, size, "Boost", [boosted] { bench::Use(boosted().data()); });
-        bench::Add(job, size, "absl", [abseil] { bench::Use(abseil().data()); });
     }
 }
 
@@ -180,7 +131,7 @@ void AddBcd() {
         static const auto pick = [] {
             return next = (next + 1) % (sizeof kValues / sizeof *kValues);
         };
-        bench::Target("double to BCD", "floor 1.2");
+        bench::Targets()["double to BCD"] = "floor 1.2";
         bench::Add("double to BCD", size, "ours", [integer, decimal] {
             unsigned char counts[] = {integer, decimal};
             unsigned char out[6];
@@ -192,13 +143,13 @@ void AddBcd() {
             Print(text, kValues[pick()], integer, decimal);
             bench::Use(text);
         });
-        bench::Target("BCD to double", "floor 1.2");
+        bench::Targets()["BCD to double"] = "floor 1.2";
         bench::Add("BCD to double", size, "ours", [at, integer, decimal] {
             bench::Use(BCDToDouble(&records[at][pick() * 6], integer, decimal));
         });
         bench::Add("BCD to double", size, "floor",
                    [at] { bench::Use(std::atof(texts[at][pick()].c_str())); });
-        bench::Target("BCD to another layout", "floor 1.2");
+        bench::Targets()["BCD to another layout"] = "floor 1.2";
         bench::Add("BCD to another layout", size, "ours", [at, integer, decimal] {
             unsigned char out[8];
             BCDExchange(&records[at][pick() * 6], integer, decimal, out, 10, 2);
@@ -229,7 +180,7 @@ void AddBcd() {
     Sub_84BCD(ours, a, b);
     binary(theirs);
     bench::Same("BCD subtraction", "64-bit numbers", std::memcmp(ours, theirs, 6), 0);
-    bench::Target("BCD subtraction", "peer 1.0");
+    bench::Targets()["BCD subtraction"] = "peer 1.0";
     bench::Add("BCD subtraction", {"12 digits", 0}, "ours", [] {
         char out[6];
         Sub_84BCD(out, a, b);
@@ -244,9 +195,40 @@ void AddBcd() {
 
 } // namespace
 
-void bench::AddEncoding() {
+std::vector<bench::Size> bench::TextSizes(bool large) {
+    std::vector<Size> sizes = {{"4 KiB", 4096}, {"64 KiB", 65536}};
+    if (large) {
+        sizes.erase(sizes.begin());
+        sizes.push_back({"1 MiB", 1048576});
+    }
+    return sizes;
+}
+
+std::string bench::HexOf(const std::vector<unsigned char>& data) {
+    std::string text;
+    for (const unsigned char byte : data) {
+        text += "0123456789ABCDEF"[byte >> 4];
+        text += "0123456789ABCDEF"[byte & 15];
+    }
+    return text;
+}
+
+std::string bench::FieldsText(std::size_t size) {
+    std::string text;
+    unsigned int i = 0;
+    for (const unsigned char byte : Noise(size)) {
+        text += static_cast<char>('a' + byte % 26);
+        if (++i % 7 == 0 && byte % 3 != 0) {
+            text += ',';
+        }
+    }
+    text.resize(size);
+    return text;
+}
+
+void bench::AddEncoding(bool large) {
     AddCrc();
-    AddHexText();
-    AddSplit();
+    AddHexText(large);
+    AddSplit(large);
     AddBcd();
 }

@@ -1,11 +1,10 @@
-// Google Benchmark times the cases; with --count, under callgrind, each is run a few times between two
-// dumps of the instruction counts.
+// The host's program: Google Benchmark times the cases; with --count, under callgrind, each is run a
+// few times between two dumps of the instruction counts.
 #include "Bench.h"
+#include "peers/Peers.h"
 
+#include <benchmark/benchmark.h>
 #include <cstring>
-#include <filesystem>
-#include <set>
-#include <unistd.h>
 #if __has_include(<valgrind/callgrind.h>)
 #include <valgrind/callgrind.h>
 #else
@@ -13,91 +12,57 @@
 #define CALLGRIND_DUMP_STATS_AT(name) static_cast<void>(name)
 #endif
 
-namespace bench {
+namespace {
 
-std::vector<Case>& Cases() {
-    static std::vector<Case> cases;
-    return cases;
-}
-
-const std::string& Directory() {
-    static const struct Place {
-        std::string path;
-        pid_t owner = getpid();
-        Place() {
-            const char* memory = "/dev/shm";
-            const char* above = std::getenv("MAVKIT_BENCH_DIR");
-            path = std::string(above != nullptr            ? above
-                               : access(memory, W_OK) == 0 ? memory
-                                                           : "/tmp") +
-                   "/mavkit-bench-XXXXXX";
-            if (mkdtemp(&path[0]) == nullptr) {
-                std::perror(path.c_str());
-                std::exit(1);
+void Time(const bench::Case& one) {
+    benchmark::internal::Benchmark* added =
+        benchmark::RegisterBenchmark(one.name.c_str(), [&one](benchmark::State& state) {
+            one.prepare();
+            const benchmark::IterationCount all = state.max_iterations;
+            while (state.KeepRunningBatch(all)) {
+                one.repeat(static_cast<long>(all));
             }
-        }
-        ~Place() {
-            std::error_code ignored;
-            if (owner == getpid()) {
-                std::filesystem::remove_all(path, ignored);
-            }
-        }
-    } place;
-    return place.path;
-}
-
-void Differ(const char* job, const char* who) {
-    std::fprintf(stderr, "bench: %s: %s gives something else\n", job, who);
-    std::exit(1);
-}
-
-void Target(const char* job, const char* target) {
-    static std::set<std::string> told; // a job of several sizes tells its target each time
-    if (told.insert(job).second) {
-        benchmark::AddCustomContext(std::string("target|") + job, target);
+        });
+    if (one.heavy) {
+        added->UseRealTime();
     }
 }
 
-std::vector<unsigned char> Noise(std::size_t size) {
-    std::vector<unsigned char> bytes(size);
-    unsigned int state = 12345;
-    for (unsigned char& byte : bytes) {
-        state = state * 1103515245 + 12345;
-        byte = static_cast<unsigned char>(state >> 16);
-    }
-    return bytes;
+void Count(const bench::Case& one) {
+    const long times = one.heavy ? 1 : 64;
+    one.prepare();
+    one.repeat(one.heavy ? 0 : times);
+    const std::string title = one.name + '|' + std::to_string(times);
+    one.prepare();
+    CALLGRIND_ZERO_STATS;
+    one.repeat(times);
+    CALLGRIND_DUMP_STATS_AT(title.c_str());
 }
 
-} // namespace bench
+} // namespace
 
 int main(int argc, char** argv) {
-    // A fixed zone, and one with daylight saving, by its name: libc then looks for no file at each call.
+    // A zone with daylight saving, by its name: libc then looks for no file at each call.
     setenv("TZ", "Europe/Berlin", 1);
-    bench::Directory();
     const char* counting =
         argc > 1 && std::strncmp(argv[1], "--count", 7) == 0 ? argv[1] + 7 : nullptr;
     benchmark::Initialize(&argc, argv);
-    bench::AddDiag();
-    bench::AddIpc();
-    bench::AddEncoding();
-    bench::AddBitMask();
-    bench::AddTime();
-    bench::AddSys();
+    bench::AddAll(true);
+    bench::AddDiagPeers();
+    bench::AddIpcPeers();
+    bench::AddEncodingPeers();
+    bench::AddBitMaskPeers();
+    bench::AddTimePeers();
+    bench::AddSysPeers();
+    for (const auto& [job, target] : bench::Targets()) {
+        benchmark::AddCustomContext("target|" + job, target);
+    }
     const char* only = counting != nullptr && *counting == '=' ? counting + 1 : "";
     for (const bench::Case& one : bench::Cases()) {
         if (counting == nullptr) {
-            benchmark::internal::Benchmark* added =
-                benchmark::RegisterBenchmark(one.name.c_str(), one.timed);
-            if (one.heavy) {
-                added->UseRealTime();
-            }
+            Time(one);
         } else if (one.name.find(only) != std::string::npos) {
-            const int times = one.heavy ? 1 : 64;
-            one.counted(one.heavy ? 0 : times);
-            const std::string title = one.name + '|' + std::to_string(times);
-            CALLGRIND_ZERO_STATS;
-            one.counted(times);
-            CALLGRIND_DUMP_STATS_AT(title.c_str());
+            Count(one);
         }
     }
     if (counting == nullptr) {

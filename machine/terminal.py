@@ -62,6 +62,11 @@ class Archive:
         self.folder(str(pathlib.PurePosixPath(name).parent))
         self._entry(name, stat.S_IFLNK | 0o777, target.encode())
 
+    def console(self, name):
+        """The device file of the console."""
+        self.folder(str(pathlib.PurePosixPath(name).parent))
+        self._entry(name, stat.S_IFCHR | 0o600, device=(5, 1))
+
     def copy(self, source, name=None):
         """The file or link `source`, or a folder with all that it holds."""
         source = pathlib.Path(source)
