@@ -1,0 +1,356 @@
+// mavutil hex, crc, scan and shm: files, directories and the files behind shared regions.
+#include "Verbs.h"
+
+#include "mavkit/encoding/Bits.h"
+#include "mavkit/sys/DirScan.h"
+#include "mavkit/time/BcdTime.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace mavutil {
+namespace {
+
+// A file that is read in blocks, or standard input for null and "-".
+class Input {
+public:
+    explicit Input(const char* path)
+        : path_(path != nullptr && std::strcmp(path, "-") == 0 ? nullptr : path),
+          fd_(path_ != nullptr ? open(path_, O_RDONLY | O_CLOEXEC) : STDIN_FILENO) {}
+    ~Input() {
+        if (path_ != nullptr && fd_ != -1)
+            close(fd_);
+    }
+    Input(const Input&) = delete;
+    Input& operator=(const Input&) = delete;
+
+    // Reads up to `most` bytes into `block`, less where no more are there at once. 0 at the end,
+    // and -1 when the file cannot be read.
+    ssize_t Read(char* block, std::size_t most) const {
+        ssize_t got = -1;
+        do
+            got = fd_ != -1 ? read(fd_, block, most) : -1;
+        while (got == -1 && fd_ != -1 && errno == EINTR);
+        return got;
+    }
+    // Goes on `offset` bytes, by reading them where the file has no positions. Returns how many
+    // there were, -1 when the file cannot be read.
+    long long Skip(long long offset) const {
+        struct stat file;
+        if (fd_ == -1 || fstat(fd_, &file) == -1)
+            return -1;
+        if (S_ISREG(file.st_mode)) {
+            const off_t here = lseek(fd_, 0, SEEK_CUR);
+            const long long step =
+                std::min<long long>(offset, std::max<long long>(0, file.st_size - here));
+            return lseek(fd_, static_cast<off_t>(step), SEEK_CUR) != -1 ? step : -1;
+        }
+        long long skipped = 0;
+        for (char block[4096]; skipped < offset;) {
+            const ssize_t got =
+                Read(block,
+                     static_cast<std::size_t>(std::min<long long>(offset - skipped, sizeof block)));
+            if (got <= 0)
+                return got == 0 ? skipped : -1;
+            skipped += got;
+        }
+        return skipped;
+    }
+    Status ComplainOf() const { return mavutil::ComplainOf(path_); }
+
+private:
+    const char* path_;
+    int fd_;
+};
+
+// Skips OFFSET, the argument `text`, which must not lie beyond the end. -1 when that fails.
+long long SkipTo(const Input& input, const char* text) {
+    const long long offset = SizeOf(text, "OFFSET", 0);
+    const long long skipped = input.Skip(offset);
+    if (skipped != -1 && skipped < offset)
+        Quit(kBad, "OFFSET %s lies beyond the end, at %lld", text, skipped);
+    return skipped;
+}
+
+long long LengthOf(const char* text) { return SizeOf(text, "LENGTH", LLONG_MAX); }
+
+// Rows of 16 bytes, a run of equal ones as "*".
+class HexRows {
+public:
+    explicit HexRows(long long at) : at_(at) {}
+
+    void Add(const char* bytes, std::size_t length) {
+        while (length > 0) {
+            const std::size_t part = std::min(length, sizeof row_ - size_);
+            std::memcpy(row_ + size_, bytes, part);
+            size_ += part;
+            bytes += part;
+            length -= part;
+            if (size_ == sizeof row_)
+                PrintRow();
+        }
+    }
+    void End() {
+        if (size_ > 0)
+            PrintRow();
+        std::fprintf(out, "%08llX\n", at_);
+    }
+
+private:
+    void PrintRow() {
+        const bool again = any_ && size_ == sizeof row_ && std::memcmp(row_, before_, size_) == 0;
+        if (!again)
+            std::fprintf(out, "%08llX  %-47s  |%s|\n", at_, HexOf(row_, size_).c_str(),
+                         AsciiOf(row_, size_).c_str());
+        else if (!again_)
+            std::fputs("*\n", out);
+        again_ = again;
+        any_ = true;
+        std::memcpy(before_, row_, sizeof row_);
+        at_ += static_cast<long long>(size_);
+        size_ = 0;
+    }
+
+    long long at_;
+    std::size_t size_ = 0; // of the row that is being filled
+    bool any_ = false;     // whether there is a row before it
+    bool again_ = false;   // whether that one was like the one before it
+    char row_[16] = {};
+    char before_[16] = {};
+};
+
+Status Hex(const Arguments& arguments) {
+    long long left = LengthOf(arguments[2]);
+    const Input input(arguments[0]);
+    const long long at = SkipTo(input, arguments[1]);
+    if (at == -1)
+        return input.ComplainOf();
+    HexRows rows(at);
+    char block[4096];
+    while (left > 0 && CanPrint()) {
+        const auto most = static_cast<std::size_t>(std::min<long long>(left, sizeof block));
+        const ssize_t got = input.Read(block, most);
+        if (got == -1)
+            return input.ComplainOf();
+        if (got == 0)
+            break;
+        rows.Add(block, static_cast<std::size_t>(got));
+        left -= got;
+        if (static_cast<std::size_t>(got) < most)
+            std::fflush(out); // a pipe that has no more yet: show what came
+    }
+    rows.End();
+    return kDone;
+}
+
+Status PrintCrc(const char* path) {
+    const Input input(path);
+    unsigned short ibm = 0xFFFF;
+    unsigned short xmodem = 0x0000;
+    long long size = 0;
+    for (char block[4096];;) {
+        const ssize_t got = input.Read(block, sizeof block);
+        if (got == -1)
+            return input.ComplainOf();
+        if (got == 0)
+            break;
+        for (ssize_t i = 0; i < got; ++i) {
+            const auto byte = static_cast<unsigned char>(block[i]);
+            ibm = Add_CRC(ibm, byte);
+            xmodem = Add_CRC(xmodem, byte);
+        }
+        size += got;
+    }
+    const std::string name = path != nullptr ? PrintableOf(path) : "-";
+    std::fprintf(out, "CRC-16/IBM-3740 %04X %lld %s\n", ibm, size, name.c_str());
+    std::fprintf(out, "CRC-16/XMODEM %04X %lld %s\n", xmodem, size, name.c_str());
+    return kDone;
+}
+
+Status Crc(const Arguments& arguments) {
+    Status status = PrintCrc(arguments[0]);
+    for (int i = 1; arguments[i - 1] != nullptr && arguments[i] != nullptr; ++i)
+        status = std::max(status, PrintCrc(arguments[i]));
+    return status;
+}
+
+struct Found {
+    int depth; // of the directories that are entered; -1: all
+    bool json;
+    long long total = 0;
+    int missing = 0; // entries that could not be read
+};
+
+const char* KindOf(mode_t mode) {
+    return S_ISDIR(mode) ? "directory" : S_ISREG(mode) ? "file" : S_ISLNK(mode) ? "link" : "other";
+}
+
+// Whether the scan will get into the directory `name`.
+bool CanEnter(const char* name) {
+    const int fd = open(name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd == -1)
+        return false;
+    close(fd);
+    return access(name, X_OK) == 0;
+}
+
+bool PrintEntry(int depth, bool isDirectory, const char* directory, const char* name,
+                void* context) {
+    auto& found = *static_cast<Found*>(context);
+    std::string path = directory;
+    if (path != "/")
+        path += '/';
+    path += name;
+    struct stat entry = {};
+    const bool entered = isDirectory && (found.depth < 0 || depth < found.depth);
+    if (lstat(name, &entry) == -1 || (entered && !CanEnter(name))) {
+        ComplainOf(path.c_str());
+        ++found.missing;
+    }
+    const long long size = isDirectory ? 0 : static_cast<long long>(entry.st_size);
+    found.total += size;
+    if (found.json) {
+        JsonLine line;
+        line.AddText("path", path);
+        line.AddText("type", KindOf(entry.st_mode));
+        line.Add("bytes", size);
+    } else {
+        std::fprintf(out, "%12lld %s%s\n", size, PrintableOf(path).c_str(), isDirectory ? "/" : "");
+    }
+    return CanPrint();
+}
+
+Status Scan(const Arguments& arguments) {
+    const char* const path = arguments[0] != nullptr ? arguments[0] : ".";
+    Found found;
+    found.depth = static_cast<int>(Number(arguments[1], "DEPTH", 0, INT_MAX, -1));
+    found.json = arguments.json;
+    // What the directory itself is called through may be a link. Without the right to enter it the
+    // library would take the working directory in its place.
+    const std::string inside = std::string(path) + "/.";
+    const int fd = open(inside.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd == -1)
+        return ComplainOf(path);
+    close(fd);
+    // What the library logs of the entries that it cannot read is complained of here.
+    [[maybe_unused]] const std::FILE* const ignored = std::freopen("/dev/null", "w", stdout);
+    if (!DirScan(inside.c_str()).Scan(PrintEntry, &found, found.depth) && CanPrint()) {
+        Complain("%s: the scan broke off", PrintableOf(path).c_str());
+        ++found.missing;
+    }
+    if (found.json) {
+        JsonLine line;
+        line.Add("total", found.total);
+        line.Add("missing", found.missing);
+    } else {
+        std::fprintf(out, "%12lld total\n", found.total);
+    }
+    return found.missing == 0 ? kDone
+                              : Complain("the total lacks %d entr%s that could not be read",
+                                         found.missing, found.missing == 1 ? "y" : "ies");
+}
+
+// Reads what a watch compares, `most` bytes from `start` on; false when the file cannot be read.
+bool ReadRegion(const char* path, long long start, long long most, std::string& bytes) {
+    bytes.clear();
+    const Input input(path);
+    long long got = input.Skip(start);
+    if (got == start) {
+        char block[4096];
+        for (long long left = most; left > 0 && got > 0; left -= got) {
+            got = input.Read(block,
+                             static_cast<std::size_t>(std::min<long long>(left, sizeof block)));
+            bytes.append(block, static_cast<std::size_t>(std::max<long long>(got, 0)));
+        }
+    }
+    if (got == -1)
+        input.ComplainOf();
+    return got != -1;
+}
+
+void PrintChanges(const std::string& was, const std::string& now, long long start) {
+    constexpr std::size_t kRow = 8; // bytes in a line
+    const char* const time = shorttimestr(nullptr);
+    if (was.size() != now.size())
+        std::fprintf(out, "%s size %zu -> %zu\n", time, was.size(), now.size());
+    const std::size_t both = std::min(was.size(), now.size());
+    for (std::size_t at = 0; at < both;) {
+        std::size_t end = at;
+        while (end < both && end - at < kRow && was[end] != now[end])
+            ++end;
+        if (end > at)
+            std::fprintf(out, "%s %08llX %s -> %s%s%s\n", time, start + static_cast<long long>(at),
+                         HexOf(&was[at], end - at).c_str(), bold, HexOf(&now[at], end - at).c_str(),
+                         plain);
+        at = std::max(end, at + 1);
+    }
+}
+
+Status Watch(const Arguments& arguments) {
+    const auto pause = static_cast<int>(Number(arguments[1], "MS", 10, 3600000, 500));
+    const long long start = SizeOf(arguments[2], "OFFSET", 0);
+    const long long most = LengthOf(arguments[3]);
+    std::string was;
+    std::string now;
+    if (!ReadRegion(arguments[0], start, most, was))
+        return kFailed;
+    for (; Wait(pause); was.swap(now)) {
+        if (!ReadRegion(arguments[0], start, most, now))
+            return kFailed;
+        PrintChanges(was, now, start);
+    }
+    return kDone;
+}
+
+constexpr Operation kHexOperations[] = {
+    {"", "", "[FILE [OFFSET [LENGTH]]]", 0, 3, "rows of 16 bytes: where, hex, as text", Hex},
+    {},
+};
+constexpr Operation kCrcOperations[] = {
+    {"", "", "[FILE...]", 0, kAnyNumber, "two lines a file: NAME CRC BYTES FILE", Crc},
+    {},
+};
+constexpr Operation kScanOperations[] = {
+    {"", "j", "[PATH [DEPTH]]", 0, 2, "a line an entry, BYTES PATH; the total", Scan},
+    {},
+};
+constexpr Operation kShmOperations[] = {
+    {"show", "", "FILE [OFFSET [LENGTH]]", 1, 3, "rows of 16 bytes, as hex shows them", Hex},
+    {"watch", "", "FILE [MS [OFFSET [LENGTH]]]", 1, 4, "what changes: TIME WHERE OLD -> NEW",
+     Watch},
+    {},
+};
+
+} // namespace
+
+const Verb kHex = {
+    "hex", "a file or standard input in hex", kHexOperations,
+    R"(Rows like the one before are left out behind a *. Without FILE, or for -, reads
+standard input as it comes. OFFSET and LENGTH are in bytes, also with 0x in hex.
+  mavutil hex /mnt/sdcard/meters.shm 0x40 32
+)"};
+
+const Verb kCrc = {"crc", "both CRC-16 of files or standard input", kCrcOperations,
+                   R"(A file that cannot be read is reported, and the others are done.
+  mavutil crc /mnt/sdcard/*.shm | awk '/3740/ { print $2, $4 }'
+)"};
+
+const Verb kScan = {"scan", "a directory tree with sizes", kScanOperations,
+                    R"(All below PATH, down to DEPTH levels: 0 its own entries alone. Links are not
+followed. What cannot be read is named on standard error, and counted.
+  mavutil scan /mnt/sdcard | sort -rn | head
+)"};
+
+const Verb kShm = {"shm", "the file behind a shared region: show it, watch it change",
+                   kShmOperations,
+                   R"(watch looks every MS (500) milliseconds, at all of the file or at LENGTH bytes
+from OFFSET on, until Ctrl-C.
+  mavutil shm watch /mnt/sdcard/meters.shm 100
+)"};
+
+} // namespace mavutil

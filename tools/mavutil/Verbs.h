@@ -1,0 +1,51 @@
+// The tables behind the command line: a verb is one row, and each of its operations is one row. The
+// help, the man page and the completion are made from them.
+#ifndef MAVKIT_TOOLS_MAVUTIL_VERBS_H
+#define MAVKIT_TOOLS_MAVUTIL_VERBS_H
+
+#include "Console.h"
+
+namespace mavutil {
+
+// What stands behind an operation on the command line.
+struct Arguments {
+    char** words;      // followed by null pointers: those left out can be asked for
+    bool json;         // --json
+    const char* text;  // TEXT of -g, or null
+    const char* last;  // N of -n, or null
+    const char* since; // TIME of --since, or null
+
+    char* operator[](int i) const { return words[i]; }
+};
+
+constexpr int kAnyNumber = 1 << 20;
+
+struct Operation {
+    const char* name;      // "" when the verb has this one only
+    const char* options;   // letters of those that it takes: j --json, n -n, s --since, g -g
+    const char* arguments; // as the usage shows them
+    int least, most;       // how many
+    const char* text;      // what it does
+    Status (*run)(const Arguments& arguments);
+};
+
+struct Verb {
+    const char* name;
+    const char* summary;
+    const Operation* operations; // up to one without a name pointer
+    const char* notes;           // what the arguments mean, then examples, which are indented
+};
+
+extern const Verb kQueue; // Queues.cpp
+extern const Verb kTrace; // Logs.cpp
+extern const Verb kTime;  // Values.cpp
+extern const Verb kMask;
+extern const Verb kRecord;
+extern const Verb kHex; // Files.cpp
+extern const Verb kCrc;
+extern const Verb kScan;
+extern const Verb kShm;
+
+} // namespace mavutil
+
+#endif
