@@ -5,10 +5,9 @@
 #ifndef MAVKIT_VERSION_H
 #define MAVKIT_VERSION_H
 
-/// The three numbers of the version: each is below 100.
-#define MAVKIT_VERSION_MAJOR 1
-#define MAVKIT_VERSION_MINOR 0
-#define MAVKIT_VERSION_PATCH 0
+#define MAVKIT_VERSION_MAJOR 1 ///< goes up when programs must be changed or compiled anew
+#define MAVKIT_VERSION_MINOR 0 ///< goes up when something is added; below 100
+#define MAVKIT_VERSION_PATCH 0 ///< goes up when a fault is mended; below 100
 
 /// One number to compare with: major * 10000 + minor * 100 + patch, so 10203 is 1.2.3. For the
 /// preprocessor: `#if MAVKIT_VERSION >= 10100`.

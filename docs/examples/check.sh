@@ -1,6 +1,6 @@
 #!/bin/sh
-# check.sh BINDIR [--update]: holds docs/guide.md and docs/formats.md against what they show. A block
-# that follows the line
+# check.sh BINDIR [--update]: compares docs/guide.md and docs/formats.md with what they show. A
+# block that follows the line
 #
 #     <!-- shows: NAME.cpp -->         is that file of docs/examples, word for word
 #     <!-- shows: PROGRAM ARGUMENT --> is what that program prints, run in an empty directory
@@ -47,7 +47,10 @@ for page in guide formats; do
         /^<!-- shows: .* -->$/ { name = $3; if ($4 != "-->") name = name "_" $4; }
         /^```/ && !inside {
             inside = 1
-            if (name == "" && /^```(cpp|text)$/) { print "a block without a shows line: " NR >"/dev/stderr"; exit 1 }
+            if (name == "" && /^```(cpp|text)$/) {
+                print "a block without a shows line: " NR >"/dev/stderr"
+                exit 1
+            }
             print
             if (name != "") {
                 while ((getline line <(shown name)) > 0) print line

@@ -56,8 +56,9 @@ struct TraceSetting {
           scheWay(WAY_NONE), name(), maxSize(50000) {}
 };
 
-/// Sizes of the buffers for the name of a level and of an export way, the NUL included.
+/// The size of a buffer for the name of any level, its NUL included.
 constexpr unsigned int TRACE_LEVEL_NAME_SIZE = sizeof "Disabled";
+/// The size of a buffer for the name of any export way, its NUL included.
 constexpr unsigned int TRACE_WAY_NAME_SIZE = sizeof "Private";
 
 /// Code of the level called `name` (case ignored). A text that names none is read as a decimal

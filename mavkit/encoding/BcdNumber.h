@@ -1,4 +1,5 @@
-/// \file Numbers in packed BCD: conversion, comparison, subtraction, and re-scaling between digit
+/// \file
+/// Numbers in packed BCD: conversion, comparison, subtraction, and re-scaling between digit
 /// layouts.
 ///
 /// A packed BCD byte holds two decimal digits, the more significant one in the high nibble: 0x59 is

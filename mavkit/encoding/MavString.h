@@ -1,4 +1,5 @@
-/// \file A list of texts with a splitter, and the reading of bytes written as hex digits in a text
+/// \file
+/// A list of texts with a splitter, and the reading of bytes written as hex digits in a text
 /// or file.
 
 #ifndef MAVKIT_ENCODING_MAVSTRING_H

@@ -73,7 +73,7 @@ unsigned int IpcInfo::Deserialize(unsigned char* buffer, unsigned int length) {
     if (length < Total(length1, length2, length3))
         return 0;
 
-    // Room for all three before the first is touched.
+    // Room for all three before the first is changed: growing may throw.
     ReserveMore(bytes1, length1);
     ReserveMore(bytes2, length2);
     ReserveMore(bytes3, length3);

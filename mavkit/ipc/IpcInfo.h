@@ -1,7 +1,7 @@
 /// \file
 /// The record that describes a request from one process to another: five numbers and three byte
-/// strings, and how long the request stays in force. It flattens itself into a buffer, which then
-/// travels by message queue, shared region or file, and rebuilds itself at the other end.
+/// strings, and how long the request stays in force. It writes itself as a flat record into a
+/// buffer, which then travels by message queue, shared region or file, and reads itself from there.
 ///
 /// The flat record, every number 4 bytes, least significant first, two's complement:
 ///
@@ -17,7 +17,7 @@
 /// | 28           | 4     | L3, the length of `bytes3`             |
 /// | 32           | L1    | `bytes1`                               |
 /// | 32 + L1      | L2    | `bytes2`                               |
-/// | 32 + L1 + L2 | L3    | `bytes3`; nothing between, none after  |
+/// | 32 + L1 + L2 | L3    | `bytes3`; the record ends here         |
 #ifndef MAVKIT_IPC_IPCINFO_H
 #define MAVKIT_IPC_IPCINFO_H
 
@@ -38,28 +38,28 @@ public:
     /// A record of zeros and empty strings.
     IpcInfo() : first(0), second(0), type(0), createTime(0), lifetime(0) {}
 
-    /// Writes the flat record to \p buffer, which holds \p capacity bytes. The byte strings are
-    /// written as text: from its first zero byte on a string becomes zero bytes, at its full
+    /// Writes the flat record to `buffer`, which has room for `capacity` bytes. The byte strings
+    /// are written as text: from its first zero byte on a string becomes zero bytes, at its full
     /// length.
-    /// \return the bytes written, 32 + L1 + L2 + L3; 0, and nothing written, when the capacity is
-    ///         smaller (so also when a length does not fit into its slot) or the buffer is null
+    /// \return the bytes written, 32 + L1 + L2 + L3; 0, and nothing written, for a null buffer or
+    ///         when the capacity is smaller (also when a length does not fit into its slot)
     unsigned int Serialize(unsigned char* buffer, unsigned int capacity) const;
 
-    /// Reads a flat record from \p buffer, \p length bytes long; further bytes after the record are
+    /// Reads a flat record from the `length` bytes at `buffer`; more bytes after the record are
     /// left alone. The numbers replace the present ones. The byte strings, zero bytes included, are
-    /// appended to the present ones: read into a fresh record, or clear the strings first.
-    /// \return 32 plus the lengths of the three strings as they now stand: for a fresh record the
-    ///         bytes consumed (at most 4294967295, which stands for any larger sum). 0 when the
-    ///         buffer is null or shorter than 32 bytes, and nothing is changed; 0 as well when it is
-    ///         shorter than the lengths in it announce, and then the numbers have been replaced and
-    ///         the strings have not been touched, as when memory for the strings runs out
-    ///         (`std::bad_alloc`)
+    /// appended to the present ones: read into a fresh record, or clear the strings first. When
+    /// memory for the strings runs out (`std::bad_alloc`), the numbers have been replaced and no
+    /// string has been changed.
+    /// \return 32 plus the lengths of the three strings as they are then: for a fresh record the
+    ///         bytes consumed (at most 4294967295, which stands for any larger sum); 0, and nothing
+    ///         changed, when the buffer is null or shorter than 32 bytes; 0, the numbers replaced
+    ///         and the strings unchanged, when it is shorter than the lengths in it announce
     unsigned int Deserialize(unsigned char* buffer, unsigned int length);
 
-    /// Tells whether the record is in force now: made at second t with a lifetime of d it is up to
-    /// and including second t + d. A record that has expired draws a line in the general log.
-    /// \return false for type 0 or an expired record; true otherwise, so also without a lifetime,
-    ///         without a creation time, or when the creation time is still to come
+    /// Reports whether the record is in force now: made at second t with a lifetime of d it is up
+    /// to and including second t + d. A record that has expired draws a line in the general log.
+    /// \return false for type 0 or an expired record; true otherwise, also without a lifetime,
+    ///         without a creation time, and when the creation time is in the future
     bool IsValid() const;
 };
 

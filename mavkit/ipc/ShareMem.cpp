@@ -16,7 +16,7 @@
 
 namespace {
 
-// No path is an empty one: it cannot be opened, and can be printed.
+// A missing path is an empty one: it cannot be opened, but can be printed.
 const char* Name(const char* path) { return path != nullptr ? path : ""; }
 
 } // namespace
@@ -27,22 +27,20 @@ ShareMem::~ShareMem() {
     std::free(path);
 }
 
-void ShareMem::Init(const char* filePath, unsigned int length,
-                    bool (*initialiser)(std::FILE*, void*), bool (*validator)(std::FILE*, void*),
-                    void* context) {
+void ShareMem::Init(const char* filePath, unsigned int length, Callback initialiser,
+                    Callback validator, void* context) {
     char* copy = filePath != nullptr ? strdup(filePath) : nullptr; // filePath may be our own path
     std::free(path);
     path = copy;
-    // An earlier region goes with its path and size: neither the destructor nor Save() may apply
-    // the new size to it.
+    // The object gives up an earlier region: neither the destructor nor Save() may apply the new
+    // size to it.
     base = nullptr;
     size = length;
     Init(initialiser, validator, context);
     initialised = true;
 }
 
-bool ShareMem::Init(bool (*initialiser)(std::FILE*, void*), bool (*validator)(std::FILE*, void*),
-                    void* context) {
+bool ShareMem::Init(Callback initialiser, Callback validator, void* context) {
     if (!EnsureShareFile(initialiser, validator, context)) {
         GENERAL_LOG("ShareMem: Share file %s not exist or create failed\n", Name(path));
         return false;
@@ -67,8 +65,7 @@ bool ShareMem::Init(bool (*initialiser)(std::FILE*, void*), bool (*validator)(st
     return true;
 }
 
-bool ShareMem::EnsureShareFile(bool (*initialiser)(std::FILE*, void*),
-                               bool (*validator)(std::FILE*, void*), void* context) {
+bool ShareMem::EnsureShareFile(Callback initialiser, Callback validator, void* context) {
     mavkit::Stream fp(MavFile::OpenFile(Name(path), "rb")); // a callback may throw
     if (fp == nullptr || validator != nullptr) {
         if (fp != nullptr) {
@@ -99,8 +96,8 @@ bool ShareMem::Save(void* ipData, unsigned int iiLen, bool invalidateOnly, bool 
         GENERAL_LOG("ShareMem: Save to sharefile %s para ipData error\n", Name(path));
         return false;
     }
-    // The kernel rounds a length up to whole pages, unchecked: one that would wrap to nothing is cut
-    // to the longest that does not, which no mapping holds either.
+    // The kernel rounds a length up to whole pages and does not check for an overflow. A length
+    // that would become 0 is cut to the longest one that does not, which no mapping has either.
     const std::size_t page = static_cast<std::size_t>(getpagesize());
     const std::size_t offset = data & (page - 1);
     const std::size_t longest = SIZE_MAX & ~(page - 1);

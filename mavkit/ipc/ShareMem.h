@@ -1,30 +1,39 @@
 /// \file
 /// Shared memory that survives restarts: a file on the card, mapped into every process that wants
-/// it. A write by one process is seen by the others at once; ShareMem::Save() pushes it to the file
-/// itself, where the next start of any process finds it again.
+/// it. A write by one process is seen by the others at once; `ShareMem::Save()` pushes it to the
+/// file itself, where the next start of any process finds it again.
 ///
-///     ShareMem meters;
-///     meters.Init("/mnt/sdcard/meters.shm", sizeof(Table), FillTable, CheckTable, nullptr);
-///     if (meters.base != nullptr) {
-///         reinterpret_cast<Table*>(meters.base)->count += 1;
-///         meters.Save(false, false);
+///     ShareMem region;
+///     region.Init("/mnt/sdcard/meters.shm", kRegionSize, FillTable, CheckTable, nullptr);
+///     if (region.base != nullptr) {
+///         WriteSlot(region.base + kSlotSize * (update % 2));
+///         region.Save(region.base + kSlotSize * (update % 2), kSlotSize, false, false);
 ///     }
 ///
-/// The class knows nothing of what stands in the region. Its owner brings two callbacks:
+/// Nothing is locked, and the class does not know the content of a region. Its owners agree on
+/// these points (docs/examples/region.cpp is a whole program that does):
+///
+/// - Who creates the file. Others map it without a validator and without an initialiser that
+///   writes: such an `Init()` never cuts a file.
+/// - Who writes. A reader, and the next start after a power cut, may meet an update that is half
+///   done. Two slots with a number and a CRC, written in turn and saved each time, always keep one
+///   whole.
+/// - What stands in a file of somebody else. A validator that returns false has the file cut to
+///   length 0, so look before `Init()`, and take a short file of your own for one that another
+///   process is creating.
+///
+/// The owner brings two callbacks:
 ///
 /// | callback    | is called with                        | returns true when              |
 /// |-------------|---------------------------------------|--------------------------------|
-/// | validator   | an existing file, open in mode "rb"   | it is good as it stands        |
+/// | validator   | an existing file, open in mode "rb"   | it is good as it is            |
 /// | initialiser | a new, empty file, open in mode "wb+" | it now holds a region          |
 ///
-/// (Without a validator the initialiser gets an existing file as well, in mode "rb".)
-/// Both get the owner's context pointer, either may be null, and neither closes the stream. The
-/// class never sets the file's length: the initialiser must leave at least as many bytes as the
-/// region has, for the kernel kills (SIGBUS) who touches a page beyond the end of the file. An
-/// initialiser that wants to know whether its bytes fit on the card flushes the stream itself.
-///
-/// Nothing is locked. Who writes what, and when, is agreed on by the owners; so is who starts first
-/// when a file may be missing.
+/// (Without a validator the initialiser also gets an existing file, in mode "rb".) Both get the
+/// owner's context pointer, either may be null, and neither closes the stream. The class never sets
+/// the length of the file: the initialiser must leave at least as many bytes as the region has, for
+/// the kernel kills (SIGBUS) who touches a page beyond the end of the file. An initialiser that
+/// wants to know whether its bytes fit on the card flushes the stream and asks `ferror` too.
 #ifndef MAVKIT_IPC_SHAREMEM_H
 #define MAVKIT_IPC_SHAREMEM_H
 
@@ -33,10 +42,13 @@
 /// One region as one process sees it. Its end unmaps the region and leaves the file alone.
 class ShareMem {
 public:
+    /// The validator and the initialiser: a stream on the backing file and the owner's pointer.
+    typedef bool (*Callback)(std::FILE* stream, void* context);
+
     unsigned char* base; ///< start of the mapping; null while nothing is mapped
-    char* path;          ///< the backing file, on the heap and owned; null before Init()
+    char* path;          ///< the backing file, on the heap and owned; null before `Init()`
     unsigned int size;   ///< length of the region in bytes
-    bool initialised;    ///< Init() with a path has run, whatever came of it
+    bool initialised;    ///< `Init()` with a path has run, whatever its result
 
     /// Nothing mapped, no path, size 0.
     ShareMem() : base(nullptr), path(nullptr), size(0), initialised(false) {}
@@ -45,42 +57,42 @@ public:
     ShareMem(const ShareMem&) = delete;
     ShareMem& operator=(const ShareMem&) = delete;
 
-    /// Names the backing file \p filePath and the region's length \p length in bytes (from 1),
-    /// makes sure of the file and maps it. The region is usable exactly when `base` is non-null
-    /// afterwards. A null path, or no memory to copy it, is told like a file that cannot be
+    /// Names the backing file `filePath` and the region's length `length` in bytes (from 1), makes
+    /// sure of the file and maps it. The region is usable exactly when `base` is non-null
+    /// afterwards. A null path, or no memory to copy it, is reported like a file that cannot be
     /// created. Called on an object that has a region it starts afresh: the earlier mapping is
     /// neither unmapped nor remembered, so pointers into it stay good.
-    void Init(const char* filePath, unsigned int length, bool (*initialiser)(std::FILE*, void*),
-              bool (*validator)(std::FILE*, void*), void* context);
-
-    /// Makes sure of the file and maps it, with the path and size that the object has; the way to
-    /// try again after an Init() that failed. An earlier mapping is replaced in `base`, but not
-    /// unmapped. Failures are told in the general log.
-    /// \return true when the file is ready and mapped. On false `base` is null if it was the
-    ///         mapping that failed (a size of 0 among the reasons), and unchanged otherwise
-    bool Init(bool (*initialiser)(std::FILE*, void*), bool (*validator)(std::FILE*, void*),
+    void Init(const char* filePath, unsigned int length, Callback initialiser, Callback validator,
               void* context);
 
-    /// Makes sure that the backing file exists and is good, without mapping it. A file that the
-    /// validator accepts is left as it is. One that is missing or that it rejects is created anew,
-    /// empty, and handed to the initialiser; without a validator an existing file goes to the
-    /// initialiser as it is, for reading. Without an initialiser any file will do.
-    /// \return true when the file is good; false when it cannot be created or the initialiser says
-    ///         false
-    bool EnsureShareFile(bool (*initialiser)(std::FILE*, void*),
-                         bool (*validator)(std::FILE*, void*), void* context);
+    /// Makes sure of the file and maps it, with the path and size that the object has: the way to
+    /// try again after an `Init()` that failed. An earlier mapping is replaced in `base`, but not
+    /// unmapped. Failures go to the general log.
+    /// \return true when the file is ready and mapped; on false `base` is null if it was the
+    ///         mapping
+    ///         that failed (a size of 0 among the reasons), and unchanged otherwise
+    bool Init(Callback initialiser, Callback validator, void* context);
 
-    /// Flushes every page that holds one of the \p iiLen bytes from \p ipData on, which should lie
-    /// inside the region: its end is not checked here. With \p invalidateOnly other mappings of the
-    /// file are refreshed (MS_INVALIDATE) and nothing else; otherwise the pages are written to the
-    /// file too: with \p asynchronous soon (MS_ASYNC), without it before this returns (MS_SYNC).
-    /// \return true when flushed; false, with a general-log line, when \p ipData lies below the
+    /// Makes sure that the backing file exists and is good, without mapping it. A file that the
+    /// validator accepts is left as it is. One that the validator rejects, or that cannot be opened
+    /// for reading, is created anew, empty, and handed to the initialiser. (It need not be missing:
+    /// a file that cannot be opened for a moment, because the system has no descriptor left, is
+    /// created anew too if the second try opens it.) Without a validator an existing file goes to
+    /// the initialiser as it is, for reading. Without an initialiser any file will do.
+    /// \return true when the file is good; false when it cannot be created or the initialiser
+    ///         returns false
+    bool EnsureShareFile(Callback initialiser, Callback validator, void* context);
+
+    /// Flushes every page that holds one of the `iiLen` bytes from `ipData` on, which should lie
+    /// inside the region: its end is not checked here. With `invalidateOnly` other mappings of the
+    /// file are refreshed (MS_INVALIDATE) and nothing else; otherwise the pages are also written to
+    /// the file: with `asynchronous` soon (MS_ASYNC), without it before this returns (MS_SYNC).
+    /// \return true when flushed; false, with a general-log line, when `ipData` lies below the
     ///         region or the kernel refuses, as for a range that runs beyond the mapping
     bool Save(void* ipData, unsigned int iiLen, bool invalidateOnly, bool asynchronous);
 
-    /// Flushes the whole region, in the manner of the other Save() and with its results; false when
-    /// a region with a size is not mapped.
-    /// \return true when flushed
+    /// Flushes the whole region as the other `Save()` does.
+    /// \return true when flushed; false when it fails and when a region with a size is not mapped
     bool Save(bool invalidateOnly, bool asynchronous);
 };
 

@@ -78,8 +78,8 @@ public:
     /// process that gave up its privileges in a directory that it may not enter), the scan does not
     /// start.
     /// \return true when every directory was listed to its end or skipped; false when a listing
-    ///         broke off, when the callback ended the scan, or when nothing was scanned: there is no
-    ///         root, no callback or no sure way back, or the working directory has been deleted
+    ///         broke off, when the callback ended the scan, or when nothing was scanned: without a
+    ///         root, a callback or a sure way back, and in a working directory that was deleted
     bool Scan(Callback callback, void* context, int limit);
 
     /// Scans `directory` (absolute, or relative to the working directory) as `Scan()` does, with

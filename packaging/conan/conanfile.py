@@ -26,7 +26,7 @@ class MavkitConan(ConanFile):
 
     def set_version(self):
         header = load(self, os.path.join(self.tree(), "mavkit", "Version.h"))
-        numbers = re.findall(r"^#define MAVKIT_VERSION_(?:MAJOR|MINOR|PATCH) (\d+)$", header, re.M)
+        numbers = re.findall(r"^#define MAVKIT_VERSION_(?:MAJOR|MINOR|PATCH) (\d+)", header, re.M)
         self.version = ".".join(numbers)
 
     def export_sources(self):

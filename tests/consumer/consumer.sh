@@ -85,7 +85,7 @@ check CMake "$work/shared" shared
 # A component counts for more than BUILD_SHARED_LIBS.
 with_cmake component -DBUILD_SHARED_LIBS=ON -DKIND=static
 check "CMake by component" "$work/component" static
-refused cmake -S "$source" -B "$work/none" -DKIND=dynamic
+refused cmake -S "$source" -B "$work/none" -G Ninja -DKIND=dynamic
 grep -q 'components static and shared' "$work/log" || fail "a wrong component is not told as one"
 
 with_pkg_config() { # DIRECTORY COMPILER-OPTION PKG-CONFIG-OPTION...

@@ -126,6 +126,8 @@ TEST_F(MavTraceTest, ExportFiles) {
         }
     }
     EXPECT_FALSE(device.Exists("/dev/pts/3"));
+    Device::Fail("fdopen", ENOMEM);
+    EXPECT_EQ(nullptr, trace.GetExportFile(0, WAY_TTYP0, "p", 0));
     EXPECT_TRUE(device.Exists(dir + dataFits + "_bak"));
     EXPECT_EQ(stdout, trace.GetExportFile(7, WAY_STDOUT, "p", 0));
 
@@ -158,8 +160,10 @@ TEST_F(MavTraceTest, AnyLengthIsOneWrite) {
         SCOPED_TRACE(length);
         const std::string text(length, 't'), file = device.TraceFile(), log = device.GeneralLog();
         const int before = Writes();
+        Device::ForgetCalls();
         MavTrace(0, 0)("%s", text.c_str());
         EXPECT_EQ(1, Writes() - before);
+        EXPECT_EQ(length < 4076 ? 0 : 1, Device::Calls("malloc"));
         GENERAL_LOG("%s", text.c_str());
         EXPECT_EQ(2, Writes() - before);
         EXPECT_EQ(file + prefix + text, device.TraceFile());

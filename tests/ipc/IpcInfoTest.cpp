@@ -1,15 +1,34 @@
-// The end of a record's life. Any bytes as a record are tried in fuzz/IpcInfoBytes.cpp; how one is laid out
-// is shown, and checked, in docs/formats.md.
+// When a record expires, and a record without memory. fuzz/IpcInfoBytes.cpp tries any bytes as a
+// record; docs/formats.md shows, and checks, its layout.
 #include "mavkit/ipc/IpcInfo.h"
 #include "device/Device.h"
 
+#include <cerrno>
 #include <climits>
+#include <new>
 
 namespace {
 
 TEST(IpcInfoTest, NeedsABuffer) {
     EXPECT_EQ(0U, IpcInfo().Serialize(nullptr, 1000));
     EXPECT_EQ(0U, IpcInfo().Deserialize(nullptr, 100));
+}
+
+TEST(IpcInfoTest, WithoutMemoryNoStringChanges) {
+    const Device device;
+    IpcInfo sent;
+    sent.type = 7;
+    for (ByteString* bytes : {&sent.bytes1, &sent.bytes2, &sent.bytes3})
+        bytes->assign(100, 'x');
+    unsigned char flat[332];
+    ASSERT_EQ(sizeof flat, sent.Serialize(flat, sizeof flat));
+    for (int skip = 0; skip < 3; ++skip) {
+        IpcInfo info;
+        Device::Fail("new", ENOMEM, 1, skip);
+        EXPECT_THROW(info.Deserialize(flat, sizeof flat), std::bad_alloc) << skip;
+        EXPECT_EQ(7, info.type);
+        EXPECT_EQ(0U, info.bytes1.size() + info.bytes2.size() + info.bytes3.size()) << skip;
+    }
 }
 
 TEST(IpcInfoTest, ExpiresAfterItsLifetime) {
@@ -37,7 +56,7 @@ TEST(IpcInfoTest, ExpiresAfterItsLifetime) {
                    std::to_string(c.type) + "\n";
         EXPECT_EQ(log, terminal.device.GeneralLog());
     }
-    info.createTime = 1; // past 2106, where time_t can tell
+    info.createTime = 1; // beyond 2106, where time_t has room for it
     Device::HoldClock(static_cast<std::time_t>(0x100000001LL));
     EXPECT_EQ(sizeof(std::time_t) == 4, info.IsValid());
 }

@@ -1,4 +1,4 @@
-// Regions: what they find, make and tell. What becomes of one when a call fails is in
+// Regions: which files they use, create and report. The result when a call fails is in
 // faults/outcomes.txt.
 #include "mavkit/ipc/ShareMem.h"
 #include "device/Device.h"
@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <regex>
@@ -16,7 +17,7 @@ namespace {
 
 const unsigned int kPage = static_cast<unsigned int>(getpagesize());
 
-// The owner's callbacks note in a text, their context, that they were called.
+// The owner's callbacks add a letter to a text, their context, when they are called.
 bool Validate(std::FILE* file, void* context) {
     *static_cast<std::string*>(context) += 'v';
     return std::fgetc(file) == 'g'; // as in "good"
@@ -26,14 +27,14 @@ bool Fill(std::FILE* file, void* context) {
     *static_cast<std::string*>(context) += 'i';
     const std::string content(std::size_t{2} * kPage, 'n');
     return std::fwrite(content.data(), 1, content.size(), file) == content.size() &&
-           std::fflush(file) == 0;
+           std::fseek(file, 0, SEEK_SET) == 0 && std::fgetc(file) == 'n'; // it may be read, too
 }
 
 class ShareMemTest : public TerminalTest {
 protected:
-    // What was told since the last call: on standard output, with # for a line number, and then,
-    // each line after a "!", in the general log.
-    std::string Told() {
+    // The lines since the last call: on standard output, with # for a line number, and then, each
+    // after a "!", in the general log.
+    std::string Lines() {
         std::string text = std::regex_replace(out.Take(), std::regex("line=[0-9]+"), "line=#");
         text += std::regex_replace(device.GeneralLog(), std::regex("03-05 06:07:08\t"), "!");
         device.Remove(Device::kGeneralLog);
@@ -57,46 +58,96 @@ protected:
     ShareMem region;
 };
 
-TEST_F(ShareMemTest, InitTellsEveryOutcome) {
+TEST_F(ShareMemTest, InitReportsEveryOutcome) {
     const std::string create = "ShareMem: Will create new file /mnt/region for sharemem\n",
                       invalid = "ShareMem: ShareMem File /mnt/region is not valid\n",
-                      failed = "ShareMem: Init sharemem file /mnt/region failed\n"
-                               "!ShareMem: Share file /mnt/region not exist or create failed\n";
+                      failed = "ShareMem: Init sharemem file /mnt/region failed\n",
+                      noFile = "!ShareMem: Share file /mnt/region not exist or create failed\n",
+                      report = "***********Assert failed.file=ShareMem,line=#,exp=false\n"
+                               "!ShareMem: open file error ",
+                      gone = report + std::strerror(ENOENT) + ",file name is /mnt/region\n";
+    const auto remove = [](std::FILE*, void*) { return std::remove("/mnt/region") == 0; };
+    const auto refuse = [](std::FILE*, void*) { return false; };
     const struct {
         const char* before; // content of the file; null: there is none
         bool (*initialiser)(std::FILE*, void*);
         bool (*validator)(std::FILE*, void*);
-        std::string told;
+        std::string lines;
         const char* calls; // v: validator, i: initialiser, m: mapped
         const char* after; // how the file begins
     } cases[] = {
         {"good", Fill, Validate, "", "vm", "good"},
         {"bad", Fill, Validate, invalid + create, "vim", "nnnn"},
         {nullptr, Fill, Validate, create, "im", "nnnn"},
-        {"good", Fill, nullptr, failed, "i", "good"}, // it is open for reading
+        {"good", Fill, nullptr, failed + noFile, "i", "good"}, // it is open for reading
         {"good", nullptr, nullptr, "", "m", "good"},
         {nullptr, nullptr, nullptr, create, "m", ""},
-        {nullptr, [](std::FILE*, void*) { return false; }, Validate, create + failed, "", ""},
+        {nullptr, refuse, Validate, create + failed + noFile, "", ""},
+        {"good", Fill, remove, gone, "", ""}, // it is not created to be mapped
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.told);
-        device.Remove(path);
-        if (c.before != nullptr)
-            device.Write(path, c.before);
-        calls.clear();
-        ShareMem fresh;
-        fresh.Init(path.c_str(), kPage, c.initialiser, c.validator, &calls);
-        EXPECT_EQ(c.calls, calls + (fresh.base != nullptr ? "m" : ""));
-        EXPECT_EQ(c.told, Told());
-        EXPECT_TRUE(fresh.initialised && fresh.size == kPage);
-        EXPECT_EQ(c.after, device.Read(path).substr(0, 4));
-        if (fresh.base != nullptr && *c.after != '\0') {
-            EXPECT_EQ(0, std::memcmp(fresh.base, c.after, 4));
+    // Each line at the threshold of its own level, and not below it.
+    const auto without = [](std::string lines, const std::string& line) {
+        const std::size_t at = lines.find(line);
+        return at == std::string::npos ? lines : lines.erase(at, line.size());
+    };
+    for (const auto& c : cases)
+        for (const unsigned char level : {LEVEL_DISABLED, LEVEL_ERROR, LEVEL_WARN, LEVEL_INFO}) {
+            SCOPED_TRACE(testing::Message() << int{level} << ' ' << c.lines);
+            device.Remove(path);
+            if (c.before != nullptr)
+                device.Write(path, c.before);
+            calls.clear();
+            setting.level = level;
+            std::string lines = level < LEVEL_INFO ? without(c.lines, create) : c.lines;
+            if (level < LEVEL_ERROR)
+                lines = without(without(lines, invalid), failed);
+            ShareMem fresh;
+            fresh.Init(path.c_str(), kPage, c.initialiser, c.validator, &calls);
+            EXPECT_EQ(c.calls, calls + (fresh.base != nullptr ? "m" : ""));
+            EXPECT_EQ(lines, Lines());
+            EXPECT_TRUE(fresh.initialised);
+            EXPECT_EQ(kPage, fresh.size);
+            EXPECT_EQ(c.after, device.Read(path).substr(0, 4));
+            if (fresh.base != nullptr && *c.after != '\0') {
+                EXPECT_EQ(0, std::memcmp(fresh.base, c.after, 4));
+            }
         }
-    }
+    setting.level = LEVEL_DISABLED;
     EXPECT_FALSE(Init(0));
-    EXPECT_EQ("!ShareMem: ShareMem shmat error Invalid argument 22\n",
-              std::regex_replace(Told(), std::regex(invalid + "|" + create), ""));
+    EXPECT_EQ(std::string("!ShareMem: ShareMem shmat error ") + std::strerror(EINVAL) + " 22\n",
+              Lines());
+    const std::filesystem::path home = std::filesystem::current_path();
+    std::filesystem::current_path(device.Path("/mnt")); // a missing path is an empty one
+    region.Init(nullptr, kPage, Fill, Validate, &calls);
+    std::filesystem::current_path(home);
+    EXPECT_EQ(nullptr, region.base);
+    EXPECT_EQ("***********Assert failed.file=ShareMem,line=#,exp=fp!=NULL\n"
+              "!ShareMem: Share file  not exist or create failed\n",
+              Lines());
+}
+
+TEST_F(ShareMemTest, ReportsTheErrorOfTheCallThatFailed) {
+    // In a process without standard input and output: the report in between fails, too.
+    const pid_t child = Start([this] {
+        std::setvbuf(stdout, nullptr, _IONBF, 0);
+        close(0);
+        close(1);
+        Device::Fail("open", EACCES);
+        EXPECT_FALSE(Init(kPage));
+        EXPECT_TRUE(region.Init(Fill, Validate, &calls)); // descriptor 0 is as good as any
+        Device::Fail("msync", EIO);
+        EXPECT_FALSE(region.Save(region.base + 5, 7, false, false));
+        char saved[80];
+        std::snprintf(saved, sizeof saved, ",ipData=%p,iiLen=7\n",
+                      static_cast<void*>(region.base + 5));
+        const std::string head = "03-05 06:07:08\tShareMem: ";
+        EXPECT_EQ(head + "open file error " + std::strerror(EACCES) +
+                      ",file name is /mnt/region\n" + head + "msync error " + std::strerror(EIO) +
+                      saved,
+                  device.GeneralLog());
+        return true;
+    });
+    EXPECT_TRUE(Succeeded(child));
 }
 
 TEST_F(ShareMemTest, InitAgainKeepsTheObjectWhole) {
@@ -106,7 +157,7 @@ TEST_F(ShareMemTest, InitAgainKeepsTheObjectWhole) {
     unsigned char* const first = region.base;
     Device::Fail("open", EMFILE);
     EXPECT_FALSE(region.Init(Fill, Validate, &calls));
-    EXPECT_EQ(first, region.base); // it did not come to a mapping
+    EXPECT_EQ(first, region.base); // it ended before a mapping
     Device::Fail("mmap", ENOMEM);
     EXPECT_FALSE(region.Init(Fill, Validate, &calls));
     EXPECT_EQ(nullptr, region.base);
@@ -114,14 +165,15 @@ TEST_F(ShareMemTest, InitAgainKeepsTheObjectWhole) {
     EXPECT_EQ(path, region.path);
     unsigned char* const second = region.base;
     ASSERT_NE(nullptr, second);
-    // Another path and a longer size: the old region is not unmapped, and surely not at that size.
+    // Another path and a longer size: the old region is not unmapped, least of all at that size.
     region.Init((path + "/none").c_str(), 64 * kPage, Fill, Validate, &calls);
     EXPECT_EQ(nullptr, region.base);
     EXPECT_EQ(first[0], second[0]);
-    EXPECT_EQ(0, munmap(first, kPage) | munmap(second, kPage));
+    EXPECT_EQ(0, munmap(first, kPage));
+    EXPECT_EQ(0, munmap(second, kPage));
     EXPECT_FALSE(IsMapped());
-    ShareMem().Init(path.c_str(), kPage, nullptr, nullptr, nullptr);
-    EXPECT_FALSE(IsMapped()); // its end unmaps
+    ShareMem().Init(path.c_str(), 2 * kPage, nullptr, nullptr, nullptr);
+    EXPECT_FALSE(IsMapped()); // its end unmaps all of it
     // A callback may leave by an exception: no stream stays open.
     const auto leave = [](std::FILE*, void*) -> bool { throw 1; };
     EXPECT_THROW(region.Init(path.c_str(), kPage, leave, nullptr, nullptr), int);
@@ -130,21 +182,22 @@ TEST_F(ShareMemTest, InitAgainKeepsTheObjectWhole) {
 TEST_F(ShareMemTest, ProcessesShareTheRegion) {
     ASSERT_TRUE(Init(2 * kPage));
     region.base[0] = 'g';
-    // The other one knows the file by its name, and dies without a Save.
-    EXPECT_FALSE(Succeeded(Start([this] {
+    // The other one finds the file by its name, and dies without a Save.
+    const pid_t child = Start([this] {
         ShareMem other;
         other.Init(path.c_str(), 2 * kPage, Fill, Validate, &calls);
         if (other.base != nullptr && other.base != region.base && other.base[0] == 'g')
             other.base[kPage] = 'c';
         return raise(SIGKILL) == 0;
-    })));
+    });
+    EXPECT_FALSE(Succeeded(child));
     EXPECT_EQ('c', region.base[kPage]);
     EXPECT_EQ('c', device.Read(path)[kPage]); // what a later start finds
 
     // Two that start on a missing one at once: either may create it, both end up with one.
     const auto isWhole = [](std::FILE* file, void*) {
         return std::fseek(file, 0, SEEK_END) == 0 &&
-               std::ftell(file) == static_cast<long>(2 * kPage);
+               static_cast<unsigned long>(std::ftell(file)) == 2UL * kPage;
     };
     for (int round = 0; round < 50; ++round) {
         device.Remove(path);
@@ -157,11 +210,11 @@ TEST_F(ShareMemTest, ProcessesShareTheRegion) {
             });
         for (const pid_t starter : starters)
             EXPECT_TRUE(Succeeded(starter));
-        EXPECT_EQ(device.Read(path).size(), std::size_t{2} * kPage);
+        EXPECT_EQ(std::size_t{2} * kPage, device.Read(path).size());
     }
 }
 
-TEST_F(ShareMemTest, SaveFlushesPagesAndTellsFailures) {
+TEST_F(ShareMemTest, SaveFlushesPagesAndReportsFailures) {
     ASSERT_TRUE(Init(2 * kPage));
 
     const void* const pages[2] = {region.base, region.base + kPage};
@@ -180,13 +233,13 @@ TEST_F(ShareMemTest, SaveFlushesPagesAndTellsFailures) {
         {pages[0], kPage + kPage / 2 + 5, MS_ASYNC | MS_INVALIDATE},
         {pages[1], kPage, MS_ASYNC | MS_INVALIDATE}};
     EXPECT_EQ(syncs, device.syncs);
-    Told();
+    Lines();
 
     const std::string report =
         "***********Assert failed.file=ShareMem,line=#,exp=false\n!ShareMem: ";
     device.syncs.clear();
     EXPECT_FALSE(region.Save(region.base - 1, 1, false, false));
-    EXPECT_EQ(report + "Save to sharefile /mnt/region para ipData error\n", Told());
+    EXPECT_EQ(report + "Save to sharefile /mnt/region para ipData error\n", Lines());
     EXPECT_TRUE(device.syncs.empty());
 }
 

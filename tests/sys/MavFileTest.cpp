@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <climits>
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <regex>
@@ -96,6 +97,14 @@ TEST_F(MavFileTest, CreatesFilledFiles) {
     const Limit full(RLIMIT_FSIZE, 3000);
     for (const long size : {3001L, 5000L, 20000L})
         EXPECT_EQ(-1, MavFile::CreateFile("/mnt/f", size, 0)) << size;
+    // Only the last block counts: here there is room again after an earlier one was refused.
+    std::signal(SIGXFSZ, [](int) {
+        rlimit limit;
+        getrlimit(RLIMIT_FSIZE, &limit);
+        limit.rlim_cur = limit.rlim_max;
+        setrlimit(RLIMIT_FSIZE, &limit);
+    });
+    EXPECT_EQ(0, MavFile::CreateFile("/mnt/f", 20000, 0));
 }
 
 TEST_F(MavFileTest, CopiesFiles) {
@@ -116,7 +125,7 @@ TEST_F(MavFileTest, CopiesFiles) {
     EXPECT_TRUE(device.Exists(to)); // still there when the source cannot be opened
     Device::Fail("fopen", ENOSPC, 1, 1);
     EXPECT_EQ(-1, MavFile::CopyFile(&from[0], &to[0]));
-    EXPECT_FALSE(device.Exists(to));      // removed before the new one cannot be opened
+    EXPECT_FALSE(device.Exists(to));                 // removed before the new one cannot be opened
     for (const std::size_t size : {5000U, 20000U}) { // less and more than a buffer
         device.Write(from, content.substr(0, size));
         const Limit full(RLIMIT_FSIZE, 3000);
