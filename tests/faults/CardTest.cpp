@@ -26,7 +26,7 @@ bool MountCard(const Device& device) {
         std::ofstream("/proc/self/setgroups") << "deny";
         std::ofstream("/proc/self/gid_map") << group;
     }
-    if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+    if (mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) != 0 ||
         mount("card", card.c_str(), "tmpfs", 0, "size=64k") != 0)
         return false;
     for (const char* directory : {"/mnt/sdcard/log", Device::kTraceDir})
@@ -93,7 +93,7 @@ TEST_F(CardTest, ReadOnlyCard) {
         const std::string card = device.Path("/mnt");
         EXPECT_TRUE(MountCard(device));
         device.Write(source, "s");
-        EXPECT_EQ(0, mount(nullptr, card.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr));
+        EXPECT_EQ(0, mount("none", card.c_str(), "none", MS_REMOUNT | MS_RDONLY, nullptr));
         EXPECT_EQ(-1, MavFile::CreateFile("/mnt/f", 1, 0));
         std::string elsewhere = "/dev/pts/copy";                     // which can be written
         EXPECT_EQ(-1, MavFile::CopyFile(&source[0], &elsewhere[0])); // the source cannot

@@ -1,5 +1,5 @@
-// What the widths of long and time_t decide. On the terminal both have 32 bits; newer toolchains pair
-// a 32-bit long with a 64-bit time_t. Every expectation is computed from the widths that are.
+// What depends on the widths of long and time_t. On the terminal both have 32 bits; newer toolchains
+// pair a 32-bit long with a 64-bit time_t. Every expectation is computed from the build's own widths.
 #include "device/Device.h"
 #include "mavkit/mavkit.h"
 #include "time/TimeText.h"
@@ -13,23 +13,16 @@ namespace {
 constexpr long long kEnd = 0x7FFFFFFF; // 2038-01-19 03:14:07 UTC, the last second in 32 bits
 constexpr bool kWideTime = sizeof(std::time_t) > 4;
 
-// A time as the library tells it: -1 when it does not fit.
+// A time as the library returns it: -1 when it does not fit.
 long Fit(long long t) { return t < LONG_MIN || t > LONG_MAX ? -1 : static_cast<long>(t); }
 
+#ifdef MAVKIT_ABI // what the build asked for
 TEST(Abi, IsTheOneThatWasAskedFor) {
-#ifdef __mips__
-    EXPECT_EQ(4U, sizeof(long));
-    EXPECT_EQ(__ORDER_LITTLE_ENDIAN__, __BYTE_ORDER__);
-    EXPECT_EQ(8U, sizeof(off_t));
-#endif
-#ifdef _TIME_BITS
-    EXPECT_EQ(unsigned{_TIME_BITS}, CHAR_BIT * sizeof(std::time_t));
-#elif defined(__mips__) && defined(__GLIBC__)
-    EXPECT_FALSE(kWideTime);
-#endif
-    std::printf("ABI: %zu-bit long, %zu-bit time_t, %zu-bit off_t\n", CHAR_BIT * sizeof(long),
-                CHAR_BIT * sizeof(std::time_t), CHAR_BIT * sizeof(off_t));
+    const auto bits = [](std::size_t bytes) { return std::to_string(CHAR_BIT * bytes); };
+    EXPECT_EQ(MAVKIT_ABI, "long " + bits(sizeof(long)) + ", time_t " + bits(sizeof(std::time_t)) +
+                              ", off_t " + bits(sizeof(off_t)));
 }
+#endif
 
 TEST(Abi, RecordsReachTheEndsOfLong) {
     // clang-format off
@@ -74,7 +67,7 @@ TEST(Abi, SumsAndBoundsEndWithLong) {
             EXPECT_EQ(past == -1 ? -1 : t + 1, downboundtime(kEnd, t + 1, unit, 1));
         }
     }
-    // A step is unsigned: from half its range on it must not turn back in time.
+    // A step is unsigned: beyond half its range it must not count as negative.
     for (const unsigned long n : {0x7FFFFFFFUL, 0x80000000UL, 0xFFFFFFFEUL, 0xFFFFFFFFUL}) {
         const long point = Fit(1LL + static_cast<long long>(n));
         EXPECT_EQ(1, upboundtime(1, 1, Second, n)) << n;
@@ -87,7 +80,7 @@ TEST(Abi, IntervalsSpanAllOfLong) {
     const Zone zone(kUtc);
     std::string first = Bytes("1902-01-01 00:00:00"), end = Bytes("2038-01-19 03:14:07"),
                 later = Bytes("2039-01-01 00:00:00"), out(7, '\0');
-    // What does not fit is no time, as time 0 is.
+    // A time that does not fit counts as time 0.
     EXPECT_EQ(Fit(kEnd + 1) == -1 ? -24855 : 347, bcddatediff(Day, end.data(), later.data()));
     EXPECT_EQ(59, bcddatediff(Second, Bytes("2024-03-05 06:07:09").data(),
                               Bytes("2024-03-05 06:08:08").data()));
@@ -116,7 +109,7 @@ TEST(Abi, ClockRunsOnAfter2038WhereItCan) {
 
     char set[] = "\x38\x01\x19\x03\x14\x08";
     EXPECT_EQ(0, Set_SysTime(set));
-    const auto second = static_cast<std::time_t>(kEnd + 1); // where it cannot be, it is not set
+    const auto second = static_cast<std::time_t>(kEnd + 1); // not set where there is no such time
     EXPECT_EQ(std::vector<std::time_t>(kWideTime ? 1 : 0, second), device.clockSets);
 }
 
@@ -129,7 +122,8 @@ TEST(Abi, MessageTypesFillALong) {
     unsigned int length = 4;
     for (const long type : {LONG_MAX, 2L, 0x01020304L}) {
         EXPECT_TRUE(queue.SendData(payload, 4, type));
-        EXPECT_FALSE(queue.HasMsg(type - 1) || queue.HasMsg(1 - type));
+        EXPECT_FALSE(queue.HasMsg(type - 1));
+        EXPECT_FALSE(queue.HasMsg(1 - type));
         EXPECT_TRUE(queue.HasMsg(type));
         EXPECT_TRUE(queue.HasMsg(LONG_MIN)); // any type up to the highest
         ASSERT_TRUE(queue.RecvMsg(raw, length, -type));
@@ -138,7 +132,7 @@ TEST(Abi, MessageTypesFillALong) {
         EXPECT_EQ(0, std::memcmp(raw + sizeof type, payload, 4));
     }
     EXPECT_EQ("", device.GeneralLog());
-    EXPECT_FALSE(queue.SendData(payload, 4, LONG_MIN)); // no type, nor has it an opposite
+    EXPECT_FALSE(queue.SendData(payload, 4, LONG_MIN)); // not a type, and it has no opposite
     EXPECT_NE(std::string::npos, device.GeneralLog().find(",type=" + std::to_string(LONG_MIN) +
                                                           ") send ERROR(Invalid argument)!\n"));
     queue.Destroy();
@@ -152,7 +146,7 @@ TEST(Abi, LogsGrowPastTwoGigabytes) {
     const std::string trace = std::string(Device::kTraceDir) + "trace.log";
     for (const std::string& path : {std::string(Device::kGeneralLog), trace}) {
         device.Write(path, "");
-        std::filesystem::resize_file(device.Path(path), size); // a hole: it takes no room
+        std::filesystem::resize_file(device.Path(path), size); // sparse: it takes no room
     }
     GENERAL_LOG("entry\n");
     EXPECT_EQ(size + std::strlen("01-01 00:00:00\tentry\n"),
