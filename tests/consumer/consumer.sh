@@ -103,6 +103,13 @@ check pkg-config "$work/pc-static" static
 with_pkg_config "$work/pc-shared" "" --cflags --libs
 check pkg-config "$work/pc-shared" shared
 
+# --- The first program of README.md, with its own command line.
+awk '/^```/ { code = $0 == "```cpp"; next } code' README.md >"$work/first.cpp"
+quietly g++ -std=c++17 -I. "$work/first.cpp" "$build/libmavkit.a" -o "$work/first.program"
+quietly "$work/first.program"
+lines=$(grep -cx 'kor(.*):next reading at .*\|kor(.*):45 23 01 crc 31061\|first: 123.45 kWh' "$work/log")
+[ "$lines" -eq 3 ] || fail "README.md's program prints something else: $(cat "$work/log")"
+
 # --- In the tree of another project: in a shared object of its own, and exported for others.
 embedded() { # DIRECTORY OPTION...
     directory=$1
