@@ -10,14 +10,14 @@ namespace {
 
 constexpr int kRecord = 7;
 
-char dateText[sizeof "2024-03-05 06:07:08"];
+char dateText[mavkit::kDateAndTimeSize];
 char clockText[sizeof "06:07:08"];
 
-/// The `Bcd7Time` of `t`: zero bytes, and false, where `t` has no local fields.
-bool Record(time_t t, char* out) {
-    const tm* const f = localtime(&t);
+// The `Bcd7Time` of `t`: zero bytes, and false, where `t` has no local fields.
+bool Record(std::time_t t, char* out) {
+    const std::tm* const f = std::localtime(&t);
     if (f == nullptr) {
-        memset(out, 0, kRecord);
+        std::memset(out, 0, kRecord);
         return false;
     }
     mavkit::ToBcd7(*f, out);
@@ -34,13 +34,15 @@ int FromBcd(char byte) {
 
 int TwoDigits(const char* from) { return (from[0] - '0') * 10 + (from[1] - '0'); }
 
-time_t TimeOrNow(const long* t) { return t != nullptr ? static_cast<time_t>(*t) : time(nullptr); }
+std::time_t TimeOrNow(const long* t) {
+    return t != nullptr ? static_cast<std::time_t>(*t) : std::time(nullptr);
+}
 
 } // namespace
 
 namespace mavkit {
 
-void ToBcd7(const tm& f, char* out) {
+void ToBcd7(const std::tm& f, char* out) {
     unsigned int year = static_cast<unsigned int>(f.tm_year) - 100;
     if (year < 100) {
         out[0] = 0x20; // this century needs no division
@@ -59,7 +61,7 @@ void ToBcd7(const tm& f, char* out) {
     out[6] = ToBcd(f.tm_sec);
 }
 
-void FromBcd7(const char* in, tm* f) {
+void FromBcd7(const char* in, std::tm* f) {
     f->tm_year = FromBcd(in[0]) * 100 + FromBcd(in[1]) - 1900;
     f->tm_mon = FromBcd(in[2]) - 1;
     f->tm_mday = FromBcd(in[3]);
@@ -70,32 +72,32 @@ void FromBcd7(const char* in, tm* f) {
 
 } // namespace mavkit
 
-void Get_CurBCDTime7(char* out) { Record(time(nullptr), out); }
+void Get_CurBCDTime7(char* out) { Record(std::time(nullptr), out); }
 
 void Time_tTimeToBCDTime7(long t, char* out) { Record(t, out); }
 
 void Get_BCDTime7(long t, char* out) { Record(t, out); }
 
-long Time_BCDTime7TotTime(char const* in, long* out) {
-    tm f = {};
+long Time_BCDTime7TotTime(const char* in, long* out) {
+    std::tm f = {};
     mavkit::FromBcd7(in, &f);
     return *out = mavkit::ToTime(&f);
 }
 
-long Time_BCDTime7ToTm(char* in, tm* out) {
+long Time_BCDTime7ToTm(char* in, std::tm* out) {
     mavkit::FromBcd7(in, out);
     return mavkit::ToTime(out);
 }
 
 unsigned char GetWeek(char* in) {
-    tm f = {};
+    std::tm f = {};
     Time_BCDTime7ToTm(in, &f);
     return static_cast<unsigned char>(f.tm_wday);
 }
 
-void Get_CurtmTime(tm* out) {
-    tm f = {};
-    mavkit::ToFields(time(nullptr), &f);
+void Get_CurtmTime(std::tm* out) {
+    std::tm f = {};
+    mavkit::ToFields(std::time(nullptr), &f);
     out->tm_sec = f.tm_sec;
     out->tm_min = f.tm_min;
     out->tm_hour = f.tm_hour;
@@ -111,7 +113,7 @@ void Time_tTimeToAscTime14(long t, char* out) {
         mavkit::FillHex("#######", record, out);
 }
 
-void Time_Asc14TimeTotmTime(char* in, tm* out) {
+void Time_Asc14TimeTotmTime(char* in, std::tm* out) {
     out->tm_year = TwoDigits(in) * 100 + TwoDigits(in + 2) - 1900;
     out->tm_mon = TwoDigits(in + 4) - 1;
     out->tm_mday = TwoDigits(in + 6);
@@ -120,19 +122,19 @@ void Time_Asc14TimeTotmTime(char* in, tm* out) {
     out->tm_sec = TwoDigits(in + 12);
 }
 
-void CopyTime7(char* src, char* dst) { memmove(dst, src, kRecord); }
+void CopyTime7(char* src, char* dst) { std::memmove(dst, src, kRecord); }
 
 void CopyTime(char* src, char* dst, int n) {
     if (n > 0)
-        memmove(dst, src, static_cast<size_t>(n));
+        std::memmove(dst, src, static_cast<std::size_t>(n));
 }
 
 int CompTime(char* a, char* b, int n) {
-    const int order = n > 0 ? memcmp(a, b, static_cast<size_t>(n)) : 0;
+    const int order = n > 0 ? std::memcmp(a, b, static_cast<std::size_t>(n)) : 0;
     return (order > 0) - (order < 0);
 }
 
-bool IsBcd7Time(unsigned char const* t) {
+bool IsBcd7Time(const unsigned char* t) {
     static const unsigned char kLowest[kRecord] = {0x01, 0x00, 0x01, 0x01, 0x00, 0x00, 0x00};
     static const unsigned char kHighest[kRecord] = {0x99, 0x99, 0x12, 0x31, 0x23, 0x59, 0x59};
     for (int i = 0; i < kRecord; ++i)
@@ -141,7 +143,7 @@ bool IsBcd7Time(unsigned char const* t) {
     return true;
 }
 
-char* bcdtimestr(char* t) { return mavkit::FillHex("##-#-# #:#:#", t, dateText); }
+char* bcdtimestr(char* t) { return mavkit::FillHex(mavkit::kDateAndTime, t, dateText); }
 
 char* timestr(long* t) {
     char record[kRecord];

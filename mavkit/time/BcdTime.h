@@ -53,7 +53,7 @@ void Get_BCDTime7(long t, char* out);
 /// Converts the `Bcd7Time` at `in` to a time and stores it where `out` points.
 /// \return the time; -1, which is stored too, when it does not fit (with 32 bits: before
 /// 1901-12-13 or after 2038-01-19)
-long Time_BCDTime7TotTime(char const* in, long* out);
+long Time_BCDTime7TotTime(const char* in, long* out);
 
 /// Fills the `tm` at `out` from the `Bcd7Time` at `in` and normalises it with `mktime`, so that
 /// day of the week, day of the year and daylight saving are set and every field is in its range.
@@ -89,7 +89,7 @@ int CompTime(char* a, char* b, int n);
 /// Tells whether every byte of the `Bcd7Time` at `t` lies in its range in the table above. It
 /// looks at byte values alone: minute 0x1A passes, and so does February 31.
 /// \return true when all seven do
-bool IsBcd7Time(unsigned char const* t);
+bool IsBcd7Time(const unsigned char* t);
 
 /// The `Bcd7Time` at `t` as a text of 19 characters, "2024-03-05 06:07:08". Every byte is printed
 /// as its two hexadecimal digits, valid or not.

@@ -1,39 +1,24 @@
 #include "mavkit/time/Calendar.h"
 
 #include "mavkit/time/BcdTime.h"
+#include "mavkit/time/CalendarUnits.h"
 #include "mavkit/time/LocalTime.h"
 
 #include <cstring>
 
 namespace {
 
-constexpr int kSecondsADay = 86400;
+using mavkit::LocalTime;
 
-/// Seconds in a unit that is trimmed without a calendar, `Second` to `Hour`; 0 for all others.
+constexpr long kSecondsADay = 86400;
+
+// The seconds of a unit that is trimmed and counted without a calendar; 0 for all other codes.
 int FixedLength(unsigned char unit) {
-    return unit == Second ? 1 : unit == Minute ? 60 : unit == Hour ? 3600 : 0;
+    return mavkit::IsCalendarUnit(unit) ? mavkit::UnitOf(unit).seconds : 0;
 }
 
-/// Adds `n` units to `field`, theirs in `f`, where the sum does not fit an int: what is too much is
-/// carried upwards, in exact arithmetic. False when the year overflows.
-bool AddFar(unsigned char unit, long long n, int* field, tm* f) {
-    static const int kUnitsADay[] = {kSecondsADay, 1440, 24, 1};
-    constexpr int kDays400Years = 146097;
-    if (unit == Year)
-        return false;
-    const int carryAt = unit == Month ? 12 : kUnitsADay[unit - Second];
-    const long long carried = n / carryAt; // years or, from the finer units, days
-    long long years = carried;
-    *field += static_cast<int>(n % carryAt);
-    if (unit != Month) {
-        f->tm_mday += static_cast<int>(carried % kDays400Years);
-        years = carried / kDays400Years * 400;
-    }
-    return !__builtin_add_overflow(f->tm_year, years, &f->tm_year);
-}
-
-/// `datetrim` of a time above 0 and a unit without a fixed length; works in `f`.
-long TrimToMidnight(unsigned char unit, tm* f) {
+// datetrim() of a time above 0 and a unit without a fixed length; works in `f`.
+long TrimToMidnight(unsigned char unit, std::tm* f) {
     f->tm_sec = 0;
     f->tm_min = 0;
     f->tm_hour = 0;
@@ -44,37 +29,32 @@ long TrimToMidnight(unsigned char unit, tm* f) {
     return mavkit::ToTime(f);
 }
 
-/// The date of `f`, a year from 1969 on, as a count of days from some day long before.
-long DayNumber(const tm& f) {
+// datetrim() of `x`, for a unit without a fixed length.
+long Trimmed(unsigned char unit, const LocalTime& x) {
+    std::tm f = x.fields;
+    return x.t > 0 ? TrimToMidnight(unit, &f) : 0;
+}
+
+// The date of `f`, a year from 1969 on, as a count of days from some day long before.
+long DayNumber(const std::tm& f) {
     const long past = f.tm_year + 1899L; // years, for the leap days in them
     return 365 * past + past / 4 - past / 100 + past / 400 + f.tm_yday;
 }
 
-/// The fields that `x` is counted by: its own or, when it stands for no time, those of time 0,
-/// which are put into `zero`.
-const tm& CountedFields(const mavkit::LocalTime& x, tm* zero) {
-    if (x.t > 0)
-        return x.fields;
-    mavkit::ToFields(0, zero);
-    return *zero;
+// The months before the month of `x`, or of time 0 when `x` is no time; 0 is January 1900.
+long MonthNumber(const LocalTime& x) {
+    std::tm zero = {};
+    if (x.t <= 0)
+        mavkit::ToFields(0, &zero);
+    const std::tm& f = x.t > 0 ? x.fields : zero;
+    return f.tm_year * 12L + f.tm_mon;
 }
 
-/// The seconds of its day that count: none, as times are trimmed, but time 0 is not.
-long CountedSeconds(const mavkit::LocalTime& x, const tm& f) {
-    return x.t > 0 ? 0 : (f.tm_hour * 60L + f.tm_min) * 60 + f.tm_sec;
-}
-
-/// `datetrim` of `x`.
-long Trimmed(unsigned char unit, const mavkit::LocalTime& x) {
-    tm f = x.fields;
-    return x.t > 0 ? TrimToMidnight(unit, &f) : 0;
-}
-
-/// Fills `x` with `t` to be counted by `unit`, and its fields where they are asked for. A time
-/// without fields is no time.
-void BreakToCount(unsigned char unit, long t, mavkit::LocalTime* x) {
+// Sets `x` to `t`, to be counted by `unit`, and its fields where they are needed. A time without
+// fields is no time.
+void SetToCount(unsigned char unit, long t, LocalTime* x) {
     x->t = t;
-    if (t > 0 && FixedLength(unit) == 0 && !mavkit::Break(t, x))
+    if (t > 0 && FixedLength(unit) == 0 && !mavkit::SetTime(t, x))
         x->t = 0;
 }
 
@@ -95,52 +75,64 @@ unsigned int DotsBetween(const char* from, const char* to, unsigned int radix) {
 
 namespace mavkit {
 
-long AddUnits(LocalTime* x, unsigned char unit, long long n) {
-    static constexpr int tm::*kFields[] = {&tm::tm_sec,  &tm::tm_min, &tm::tm_hour,
-                                           &tm::tm_mday, &tm::tm_mon, &tm::tm_year};
-    if (unit >= Second && unit <= Year) {
-        int& field = x->fields.*kFields[unit - Second];
+// Most sums fit the field, and mktime carries them. A sum that does not fit is split: the rest
+// stays in the field, and what it carries is added to a coarser unit in the same way. Seconds are
+// always split, as libcs differ on those beyond a minute: glibc reads them as time that passes,
+// others as a reading of the clock.
+bool AddToFields(unsigned char unit, long long n, std::tm* f) {
+    if (!IsCalendarUnit(unit))
+        return true;
+    for (;;) {
+        const CalendarUnit& u = UnitOf(unit);
+        int& field = f->*u.field;
         int sum = 0;
-        if (!__builtin_add_overflow(field, n, &sum))
+        if (unit != Second && !__builtin_add_overflow(field, n, &sum)) {
             field = sum;
-        else if (!AddFar(unit, n, &field, &x->fields))
-            return x->t = -1;
+            return true;
+        }
+        if (unit == Year)
+            return false;
+        long long carry = n / u.carryAt;
+        field += static_cast<int>(n % u.carryAt);
+        if (field < 0 || field >= u.carryAt) {
+            carry += field < 0 ? -1 : 1;
+            field += field < 0 ? u.carryAt : -u.carryAt;
+        }
+        n = carry * u.carried;
+        unit = u.carriedTo;
     }
-    return Make(x);
 }
 
+// Minutes and hours are counted by division. Days, months and years are counted by the fields of
+// the times themselves, which are of the same day, month and year as those of the trimmed times
+// wherever local midnight exists. Where the clock skips midnight mktime gives a moment after the
+// gap or before it, as libc likes, which must not change the count.
 long UnitsBetween(const LocalTime& from, const LocalTime& to, unsigned char unit) {
     if (const int length = FixedLength(unit))
         return (to.t > 0 ? to.t / length : 0) - (from.t > 0 ? from.t / length : 0);
-    if (unit < Second) {
+    const bool real = from.t > 0 && to.t > 0;
+    if (unit == Day && real)
+        return DayNumber(to.fields) - DayNumber(from.fields);
+    if (unit <= Day) {
         const long start = Trimmed(unit, from);
         long seconds = 0;
         __builtin_sub_overflow(Trimmed(unit, to), start, &seconds); // a day more than fits, at most
-        return seconds;
+        return unit == Day ? seconds / kSecondsADay : seconds;
     }
-    tm zero = {};
-    const tm& a = CountedFields(from, &zero);
-    const tm& b = CountedFields(to, &zero);
-    if (unit == Day) { // on the wall clock, truncated toward 0
-        const long days = DayNumber(b) - DayNumber(a);
-        const long seconds = CountedSeconds(to, b) - CountedSeconds(from, a);
-        return days > 0 && seconds < 0 ? days - 1 : days < 0 && seconds > 0 ? days + 1 : days;
-    }
-    // The fields of the times themselves count, not those of the trimmed times: they are of the
-    // same month wherever local midnight of its first day exists, and where daylight saving skips
-    // that midnight, mktime gives the first moment after the gap. Where a zone has moved its
-    // standard time then, mktime may step back a month, or not, by what it converted before.
-    const long years = static_cast<long>(b.tm_year) - a.tm_year;
-    return unit == Month ? years * 12 + (b.tm_mon - a.tm_mon) : years;
+    const long a = MonthNumber(from);
+    const long b = MonthNumber(to);
+    return unit == Month ? b - a : b / 12 - a / 12;
 }
 
 } // namespace mavkit
 
 long dateadd(unsigned char unit, long n, long t) {
-    mavkit::LocalTime x;
-    if (t <= 0 || n == 0)
+    LocalTime x;
+    if (t <= 0 || n == 0 || !mavkit::IsCalendarUnit(unit))
         return t;
-    return mavkit::Break(t, &x) ? mavkit::AddUnits(&x, unit, n) : -1;
+    if (!mavkit::SetTime(t, &x) || !mavkit::AddToFields(unit, n, &x.fields))
+        return -1;
+    return mavkit::SetFromFields(&x);
 }
 
 long datetrim(unsigned char unit, long t) {
@@ -148,23 +140,23 @@ long datetrim(unsigned char unit, long t) {
         return 0;
     if (const int length = FixedLength(unit))
         return t - t % length;
-    tm f;
+    std::tm f;
     return mavkit::ToFields(t, &f) ? TrimToMidnight(unit, &f) : -1;
 }
 
 long datediff(unsigned char unit, long t1, long t2) {
-    mavkit::LocalTime from;
-    mavkit::LocalTime to;
-    BreakToCount(unit, t1, &from);
-    BreakToCount(unit, t2, &to);
+    LocalTime from;
+    LocalTime to;
+    SetToCount(unit, t1, &from);
+    SetToCount(unit, t2, &to);
     return mavkit::UnitsBetween(from, to, unit);
 }
 
-long bcddatediff(unsigned char unit, char const* a, char const* b) {
-    mavkit::LocalTime from;
-    mavkit::LocalTime to;
-    mavkit::MakeBcd7(a, &from);
-    mavkit::MakeBcd7(b, &to);
+long bcddatediff(unsigned char unit, const char* a, const char* b) {
+    LocalTime from;
+    LocalTime to;
+    mavkit::SetFromBcd7(a, &from);
+    mavkit::SetFromBcd7(b, &to);
     return mavkit::UnitsBetween(from, to, unit);
 }
 
@@ -183,7 +175,7 @@ unsigned int Time_BCDTime7ToDots(char* from, char* to, unsigned int radix) {
 unsigned int Time_BCDTime5ToDots(char* from, char* to, unsigned int radix) {
     char start[7] = {0x20};
     char end[7] = {0x20};
-    memcpy(start + 1, from, 5);
-    memcpy(end + 1, to, 5);
+    std::memcpy(start + 1, from, 5);
+    std::memcpy(end + 1, to, 5);
     return DotsBetween(start, end, radix);
 }

@@ -55,7 +55,7 @@ long datediff(unsigned char unit, long t1, long t2);
 
 /// `datediff` of the two `Bcd7Time` records at `a` and `b`.
 /// \return the count from `a` to `b`; a record that fits no time counts as one of 0 or less
-long bcddatediff(unsigned char unit, char const* a, char const* b);
+long bcddatediff(unsigned char unit, const char* a, const char* b);
 
 /// Writes into `out` the `Bcd7Time` that lies `n` intervals of `radix` minutes after (`n` below 0:
 /// before) the one at `in`; the two may be the same record. The seconds added, `radix` x 60 x `n`,

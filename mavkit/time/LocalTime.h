@@ -1,10 +1,8 @@
-/// \file
-/// A time together with its local calendar fields: what the time family works on inside.
-///
-/// `localtime` and `mktime` are by far the dearest steps of every operation of this family. A
-/// `LocalTime` carries the fields along with the time, so that no operation asks libc for
-/// fields that it already has: POSIX gives back from `mktime` the very fields that `localtime`
-/// would give for its result.
+// A time together with its local calendar fields: what the time family works on inside.
+//
+// `localtime` and `mktime` take most of the time of every operation of this family. A `LocalTime`
+// carries the fields along with the time, so that no operation asks libc for fields that it
+// already has: after `mktime` the fields are those that `localtime` would give for its result.
 #ifndef MAVKIT_TIME_LOCALTIME_H
 #define MAVKIT_TIME_LOCALTIME_H
 
@@ -12,56 +10,60 @@
 
 namespace mavkit {
 
+// What a date and time looks like as a text; a '#' for each byte of a `Bcd7Time`.
+inline constexpr char kDateAndTime[] = "##-#-# #:#:#";
+inline constexpr std::size_t kDateAndTimeSize = sizeof "2024-03-05 06:07:08";
+
 struct LocalTime {
-    long t = 0;     // seconds since 1970-01-01 00:00:00 UTC
-    tm fields = {}; // the same moment in local time, where something has filled it in
+    long t = 0;          // seconds since 1970-01-01 00:00:00 UTC
+    std::tm fields = {}; // the same moment in local time, where something has filled it in
 };
 
-/// Writes the fields of `f` as a `Bcd7Time`; of the year, its last four digits.
-void ToBcd7(const tm& f, char* out);
+// Writes the fields of `f` as a `Bcd7Time`; of the year, its last four digits.
+void ToBcd7(const std::tm& f, char* out);
 
-/// Fills in all that `mktime` reads from the seven bytes of a `Bcd7Time`.
-void FromBcd7(const char* in, tm* f);
+// Fills in all that `mktime` reads, save the flag of daylight saving, from a `Bcd7Time`.
+void FromBcd7(const char* in, std::tm* f);
 
-/// The local fields of `t`. False, with `f` left alone, where the year of `t` does not fit a `tm`.
-inline bool ToFields(time_t t, tm* f) {
-    const tm* const shared = localtime(&t);
+// The local fields of `t`. False, with `f` left alone, where the year of `t` does not fit a `tm`.
+inline bool ToFields(std::time_t t, std::tm* f) {
+    const std::tm* const shared = std::localtime(&t);
     if (shared == nullptr)
         return false;
     *f = *shared;
     return true;
 }
 
-/// Sets `x` to the time `t` and its local fields; false where it has none.
-inline bool Break(long t, LocalTime* x) {
+// The time of the local fields `f`, which are normalised; -1 when it fits no `long`.
+inline long ToTime(std::tm* f) {
+    f->tm_wday = 0;
+    f->tm_yday = 0;
+    f->tm_isdst = -1;
+    const std::time_t t = std::mktime(f);
+    return static_cast<long>(t) == t ? static_cast<long>(t) : -1;
+}
+
+// Sets `x` to the time `t` and its local fields; false where it has none.
+inline bool SetTime(long t, LocalTime* x) {
     x->t = t;
     return ToFields(t, &x->fields);
 }
 
-/// The time of the local fields `f`, which are normalised; -1 when it fits no `long`.
-inline long ToTime(tm* f) {
-    f->tm_wday = 0;
-    f->tm_yday = 0;
-    f->tm_isdst = -1;
-    const time_t t = mktime(f);
-    return static_cast<long>(t) == t ? static_cast<long>(t) : -1;
-}
+// Sets the time of `x` from its fields, which are normalised, and returns it; -1 as `ToTime`.
+inline long SetFromFields(LocalTime* x) { return x->t = ToTime(&x->fields); }
 
-/// Sets the time of `x` from its fields, which are normalised, and returns it; -1 as `ToTime`.
-inline long Make(LocalTime* x) { return x->t = ToTime(&x->fields); }
-
-/// Sets `x` to the time of the `Bcd7Time` at `in` and returns it; -1 as `ToTime`.
-inline long MakeBcd7(const char* in, LocalTime* x) {
+// Sets `x` to the time of the `Bcd7Time` at `in` and returns it; -1 as `ToTime`.
+inline long SetFromBcd7(const char* in, LocalTime* x) {
     FromBcd7(in, &x->fields);
-    return Make(x);
+    return SetFromFields(x);
 }
 
-/// Moves `x` by `n` units along the local calendar and returns its time: the core of `dateadd`,
-/// without its exemptions. -1 where the sum is beyond the range of times.
-long AddUnits(LocalTime* x, unsigned char unit, long long n);
+// Adds `n` units to the fields `f`, which may leave the ranges of the calendar by that; a code
+// outside 1 to 6 adds nothing. False when the year overflows.
+bool AddToFields(unsigned char unit, long long n, std::tm* f);
 
-/// The number of unit boundaries between two times: the core of `datediff`. Fields are read for
-/// units from `Day` up, and of times above 0 only.
+// The number of unit boundaries between two times: the core of `datediff`. Fields are read for
+// units from `Day` up, and of times above 0 only.
 long UnitsBetween(const LocalTime& from, const LocalTime& to, unsigned char unit);
 
 } // namespace mavkit

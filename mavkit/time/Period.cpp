@@ -1,7 +1,7 @@
 #include "mavkit/time/Period.h"
 
 #include "mavkit/encoding/BcdByte.h"
-#include "mavkit/time/Calendar.h"
+#include "mavkit/time/CalendarUnits.h"
 #include "mavkit/time/LocalTime.h"
 
 #include <algorithm>
@@ -13,107 +13,272 @@ namespace {
 using mavkit::LocalTime;
 
 constexpr unsigned char kUnset = 0xFF;
+constexpr int kSecondsADay = 86400;
 
-/// A step as a signed number. One that does not fit is cut: it leads out of every range anyway.
+// A step as a signed number. One that does not fit is cut: it leads out of every range anyway.
 long long Signed(unsigned long n) {
     return static_cast<long long>(std::min<unsigned long long>(n, LLONG_MAX));
 }
 
-/// `upboundtime` of `x`, which is above 0; leaves the point in `x`, or -1 as its time.
-void MoveUp(const LocalTime& base, unsigned char unit, unsigned long n, LocalTime* x) {
+// What the clock shows, in seconds; fields that mktime has not seen yet may be any.
+int SecondOfDay(const std::tm& f) {
+    return f.tm_hour % 24 * 3600 + f.tm_min % 1440 * 60 + f.tm_sec;
+}
+
+// How far the clock at `to` is ahead of the clock at `from`, the shorter way round.
+int Ahead(int from, int to) {
+    const int ahead = (to - from) % kSecondsADay;
+    return ahead > kSecondsADay / 2    ? ahead - kSecondsADay
+           : ahead < -kSecondsADay / 2 ? ahead + kSecondsADay
+                                       : ahead;
+}
+
+// Moves `x` by `seconds` if the clock shows the second `shown` of a day then.
+void MoveIfShown(int seconds, int shown, LocalTime* x) {
+    LocalTime moved;
+    long t = 0;
+    if (!__builtin_add_overflow(x->t, seconds, &t) && mavkit::SetTime(t, &moved) &&
+        Ahead(shown, SecondOfDay(moved.fields)) == 0)
+        *x = moved;
+}
+
+// A time that was made from fields, and how many seconds it is late because the clock skips those.
+struct Point : LocalTime {
+    int late = 0;
+};
+
+// Sets the time of `x` from its fields, and returns it, by one rule for all libcs: a reading that
+// the clock skips comes later by the gap.
+long SetForward(Point* x) {
+    const int asked = SecondOfDay(x->fields);
+    x->late = 0;
+    if (mavkit::SetFromFields(x) == -1)
+        return -1;
+    // A libc that went back by the gap, to before it, is a gap short of what was asked for.
+    if (const int gap = Ahead(SecondOfDay(x->fields), asked); gap > 0)
+        MoveIfShown(gap, asked + gap, x);
+    x->late = Ahead(asked, SecondOfDay(x->fields));
+    return x->t;
+}
+
+// Moves `x` to the first moment at which the clock shows what it shows. The clock has been set
+// back since the day before when it was further ahead then.
+void TakeFirstPass(LocalTime* x) {
+    if (x->t <= kSecondsADay)
+        return;
+    const std::time_t dayBefore = x->t - kSecondsADay;
+    const std::tm* const before = std::localtime(&dayBefore);
+    if (before == nullptr)
+        return;
+    const int shown = SecondOfDay(x->fields);
+    if (const int setBack = Ahead(shown, SecondOfDay(*before)); setBack > 0)
+        MoveIfShown(-setBack, shown, x);
+}
+
+bool OnWrongSide(const LocalTime& x, long t, bool down) {
+    return x.t != -1 && (down ? x.t > t : x.t < t);
+}
+
+// Sets the time of `x` to the point that its fields ask for; -1 where it does not fit. A reading
+// that is before `notBefore` even in its second pass may stay there.
+void SetPoint(long notBefore, Point* x) {
+    if (SetForward(x) >= notBefore)
+        TakeFirstPass(x);
+}
+
+// Moves `x` on by `n` units, back where `n` is below 0, and by as many times `n` as it takes to be
+// on the right side of `t` and, with `onTime`, not late. More than once is rare: all readings of an
+// hour that the clock skips or shows twice can be wrong, and so can a day that its month lacks.
+// Then the number of times is found bit by bit, so that no step is too small for it.
+void MoveOn(unsigned char unit, long long n, long t, bool onTime, Point* x) {
+    const bool down = n < 0;
+    std::tm from = x->fields;
+    if (x->late != 0) // its own reading counts, not the later one
+        mavkit::AddToFields(Second, -x->late, &from);
+    const auto isWrongAfter = [&](int times) {
+        long long units = 0;
+        x->fields = from;
+        x->t = -1;
+        if (!__builtin_mul_overflow(n, times, &units) &&
+            mavkit::AddToFields(unit, units, &x->fields))
+            SetPoint(down ? LONG_MIN : t, x);
+        return OnWrongSide(*x, t, down) || (onTime && x->t != -1 && x->late != 0);
+    };
+    if (!isWrongAfter(1))
+        return;
+    int wrong = 1;
+    for (int more = 1 << 17; more != 0; more >>= 1) // in all, the seconds of three days
+        wrong += isWrongAfter(wrong + more) ? more : 0;
+    if (isWrongAfter(wrong + 1))
+        x->t = -1; // a unit outside 1 to 6 leads nowhere
+}
+
+// The units from `x` up to the next multiple of `n` units from the base, 0 to `n` - 1.
+unsigned long UnitsUp(const LocalTime& base, unsigned char unit, unsigned long n,
+                      const LocalTime& x) {
+    if (n == 1)
+        return 0;
+    const long d = mavkit::UnitsBetween(base, x, unit);
+    const unsigned long rest =
+        (d < 0 ? 0UL - static_cast<unsigned long>(d) : static_cast<unsigned long>(d)) % n;
+    return d < 0 || rest == 0 ? rest : n - rest;
+}
+
+// Gives `f` the fields finer than the unit that the base has.
+void TakeFinerFields(const LocalTime& base, unsigned char unit, std::tm* f) {
+    for (unsigned char finer = Second; finer < std::min<unsigned char>(unit, Year); ++finer)
+        f->*mavkit::UnitOf(finer).field = base.fields.*mavkit::UnitOf(finer).field;
+}
+
+// upboundtime() of `x`, which is above 0; leaves the point in `x`, or -1 as its time.
+//
+// The point is first looked for in the unit that `x` is in, or in the next one that is a multiple
+// of `n` units from the base: with the finer fields of the base. Where that is before `x` the
+// point is a step further. A point that is late for a gap gives way to an earlier one behind it.
+void MoveUp(const LocalTime& base, unsigned char unit, unsigned long n, Point* x) {
     const long t = x->t;
-    const long d = mavkit::UnitsBetween(base, *x, unit);
-    const unsigned long away =
-        d < 0 ? 0UL - static_cast<unsigned long>(d) : static_cast<unsigned long>(d);
-    if (const unsigned long rest = away % n) {
-        if (mavkit::AddUnits(x, unit, Signed(d < 0 ? rest : n - rest)) == -1)
+    if (const unsigned long units = UnitsUp(base, unit, n, *x)) {
+        x->t = -1;
+        if (!mavkit::AddToFields(unit, Signed(units), &x->fields))
+            return;
+        // A day that the new month lacks runs on into the next one.
+        if (unit >= Month && x->fields.tm_mday > 28 && mavkit::SetFromFields(x) == -1)
             return;
     }
-    tm& f = x->fields;
-    if (unit >= Minute)
-        f.tm_sec = base.fields.tm_sec;
-    if (unit >= Hour)
-        f.tm_min = base.fields.tm_min;
-    if (unit >= Day)
-        f.tm_hour = base.fields.tm_hour;
-    if (unit >= Month)
-        f.tm_mday = base.fields.tm_mday;
-    if (unit >= Year)
-        f.tm_mon = base.fields.tm_mon;
-    if (mavkit::Make(x) < t && x->t > 0)
-        mavkit::AddUnits(x, unit, Signed(n));
+    TakeFinerFields(base, unit, &x->fields);
+    SetPoint(t, x);
+    if (OnWrongSide(*x, t, false))
+        MoveOn(unit, Signed(n), t, false, x);
+    if (x->t == -1 || x->late == 0)
+        return;
+    Point next = *x;
+    MoveOn(unit, Signed(n), t, true, &next);
+    if (next.t != -1 && next.t < x->t)
+        *x = next;
 }
 
-/// `downboundtime` of `x`, like `MoveUp`.
-void MoveDown(const LocalTime& base, unsigned char unit, unsigned long n, LocalTime* x) {
+// downboundtime() of `x`, like MoveUp().
+void MoveDown(const LocalTime& base, unsigned char unit, unsigned long n, Point* x) {
     const long t = x->t;
     MoveUp(base, unit, n, x);
-    if (x->t != t && x->t > 0)
-        mavkit::AddUnits(x, unit, -Signed(n));
+    if (x->t > t)
+        MoveOn(unit, -Signed(n), t, false, x);
 }
 
-/// The timer origin.
+// The usual case of both, which needs no `mktime`: a step of a day at most, and no change of the
+// clock from a day before the point below to the point above. The clock and the seconds run side
+// by side then. False, with `x` left alone, in any other case.
+bool MoveAlongClock(const LocalTime& base, unsigned char unit, unsigned long n, bool down,
+                    LocalTime* x) {
+    if (unit < Second || unit > Day)
+        return false;
+    const int length = unit == Day ? kSecondsADay : mavkit::UnitOf(unit).seconds;
+    if (n > static_cast<unsigned long>(kSecondsADay / length) || x->t <= 3 * kSecondsADay ||
+        x->t > LONG_MAX - kSecondsADay)
+        return false;
+    const int shown = SecondOfDay(x->fields);
+    const auto unchanged = [&](std::time_t t) {
+        const std::tm* const then = std::localtime(&t);
+        return then != nullptr && (t - x->t + shown - SecondOfDay(*then)) % kSecondsADay == 0;
+    };
+    std::tm f = x->fields;
+    TakeFinerFields(base, unit, &f);
+    const int step = static_cast<int>(n) * length;
+    int up = static_cast<int>(UnitsUp(base, unit, n, *x)) * length + SecondOfDay(f) - shown;
+    up += up < 0 ? step : 0;
+    const int move = down && up > 0 ? up - step : up;
+    if (!unchanged(x->t + std::min(move, 0) - kSecondsADay) || (up > 0 && !unchanged(x->t + up)))
+        return false;
+    x->t += move;
+    return true;
+}
+
+// The point at or after `t`, or at or before it.
+long Bound(const LocalTime& base, unsigned char unit, unsigned long n, bool down, Point* x) {
+    if (!MoveAlongClock(base, unit, n, down, x))
+        (down ? MoveDown : MoveUp)(base, unit, n, x);
+    return x->t;
+}
+
+// The timer origin.
 LocalTime Origin() {
     static const char kOrigin[] = {0x20, 0x00, 0x01, 0x01, 0x00, 0x00, 0x00};
     LocalTime origin;
-    mavkit::MakeBcd7(kOrigin, &origin);
+    mavkit::SetFromBcd7(kOrigin, &origin);
     return origin;
 }
 
-long Bound(long t, long base, unsigned char unit, unsigned long n, bool down) {
+// The timer origin, moved as dateadd() does.
+LocalTime MovedOrigin(unsigned char unit, long n) {
+    LocalTime origin = Origin();
+    if (n == 0 || !mavkit::IsCalendarUnit(unit))
+        return origin;
+    if (!mavkit::AddToFields(unit, n, &origin.fields) || mavkit::SetFromFields(&origin) == -1)
+        mavkit::SetTime(-1, &origin);
+    return origin;
+}
+
+long BoundOf(long t, long base, unsigned char unit, unsigned long n, bool down) {
     LocalTime from;
-    LocalTime x;
-    if (n == 0 || t <= 0 || !mavkit::Break(t, &x))
+    Point x;
+    if (n == 0 || t <= 0 || !mavkit::SetTime(t, &x))
         return -1;
     // A grid of seconds takes nothing from the fields of its base.
     from.t = base;
-    if (unit != Second && !mavkit::Break(base, &from))
+    if (unit != Second && !mavkit::SetTime(base, &from))
         return -1;
-    (down ? MoveDown : MoveUp)(from, unit, n, &x);
-    return x.t;
+    return Bound(from, unit, n, down, &x);
+}
+
+// Sets `x` to the time of a record; false where that is none.
+bool SetFromRecord(const unsigned char* record, Point* x) {
+    mavkit::FromBcd7(reinterpret_cast<const char*>(record), &x->fields);
+    if (SetForward(x) > 0)
+        TakeFirstPass(x);
+    return x->t > 0;
 }
 
 } // namespace
 
 long upboundtime(long t, long base, unsigned char unit, unsigned long n) {
-    return Bound(t, base, unit, n, false);
+    return BoundOf(t, base, unit, n, false);
 }
 
 long downboundtime(long t, long base, unsigned char unit, unsigned long n) {
-    return Bound(t, base, unit, n, true);
+    return BoundOf(t, base, unit, n, true);
 }
 
 long gettimerpoint(long t, unsigned char unit, unsigned long n, unsigned char offsetUnit,
                    unsigned long offsetN, bool down) {
-    LocalTime x;
-    if (n == 0 || t <= 0 || !mavkit::Break(t, &x))
+    Point x;
+    if (n == 0 || t <= 0 || !mavkit::SetTime(t, &x))
         return -1;
-    LocalTime base = Origin();
-    if (offsetN != 0 && mavkit::AddUnits(&base, offsetUnit, Signed(offsetN)) == -1)
-        mavkit::Break(-1, &base);
-    (down ? MoveDown : MoveUp)(base, unit, n, &x);
-    return x.t;
+    const LocalTime base = MovedOrigin(offsetUnit, static_cast<long>(offsetN));
+    return Bound(base, unit, n, down, &x);
 }
 
 bool issameperiod(unsigned char* a, unsigned char* b, unsigned char unit, unsigned long n) {
-    static const unsigned char kSplitLimits[] = {60, 60, 24, 28, 12, 255};
     if (n == 0)
         return false;
     if ((a[0] == kUnset) != (b[0] == kUnset))
         return a[0] == kUnset;
-    if (unit < Second || unit > Year)
+    if (!mavkit::IsCalendarUnit(unit))
         return false;
-    if (n <= kSplitLimits[unit - Second]) {
+    if (n <= mavkit::UnitOf(unit).splitLimit) {
         const unsigned int own = 7U - unit;
-        return memcmp(a, b, own) == 0 &&
+        return std::memcmp(a, b, own) == 0 &&
                mavkit::FromBcdByte(a[own]) / n == mavkit::FromBcdByte(b[own]) / n;
     }
-    LocalTime start;
-    LocalTime other;
-    if (mavkit::MakeBcd7(reinterpret_cast<const char*>(a), &start) <= 0 ||
-        mavkit::MakeBcd7(reinterpret_cast<const char*>(b), &other) <= 0)
+    Point start;
+    Point other;
+    if (!SetFromRecord(a, &start) || !SetFromRecord(b, &other))
         return false;
-    MoveDown(Origin(), unit, n, &start);
+    const LocalTime origin = Origin();
+    MoveDown(origin, unit, n, &start);
     const long d = mavkit::UnitsBetween(start, other, unit);
-    return d >= 0 && static_cast<unsigned long>(d) < n;
+    if (d >= 0 && static_cast<unsigned long>(d) < n)
+        return true;
+    // Where the clock was set back the period has more units than `n`: no point lies between.
+    MoveDown(origin, unit, n, &other);
+    return start.t == other.t;
 }

@@ -1,9 +1,13 @@
-// Schedules and intervals. Adding, trimming and counting units of any times is held against a model
-// in fuzz/Times.cpp, by exact values in target/AbiTest.cpp and faults/outcomes.txt.
+// Points of timers, at any change of the clock. What happens at the ends of time stands in
+// target/AbiTest.cpp.
 #include "mavkit/time/Period.h"
 #include "mavkit/time/BcdTime.h"
 #include "mavkit/time/Calendar.h"
+#include "models/CivilTime.h"
 #include "time/TimeText.h"
+
+#include <map>
+#include <set>
 
 namespace {
 
@@ -35,7 +39,39 @@ bool Same(const std::string& a, const std::string& b, unsigned char unit, unsign
     return issameperiod(Unsigned(Bytes(a, 7)), Unsigned(Bytes(b, 7)), unit, n);
 }
 
+// Zones by what their clocks do.
+const char* const kClocks[] = {
+    kUtc,
+    kKolkata,
+    kBerlin,
+    kNewYork,
+    kSydney,
+    "<+1030>-10:30<+11>-11,M10.1.0,M4.1.0",    // half an hour, in the south
+    "BRT3BRST,M10.3.0/0,M2.3.0/0",             // at midnight, which is skipped
+    "<-03>3<-02>,M3.5.0/0,M10.5.0/0",          // the same in the north
+    "IST-1GMT0,M10.5.0,M3.5.0/1",              // summer is the standard, winter is moved
+    "<+00>0<+02>-2,M3.5.0/1,M10.5.0/3",        // by two hours
+    "ONE-8TWO-9:20,M5.2.3/11,M9.3.4/13:10",    // by 80 minutes, in the middle of the day
+    "ONE5TWO1:40,M4.2.3/11:50,M8.3.4/14:15:30" // by more than three hours
+};
+
+struct Timer {
+    unsigned char unit, n, offsetUnit;
+    unsigned long offset;
+};
+
 // clang-format off
+// Steps that divide an hour, a day, ...: their points are the same readings on each side of a
+// change.
+const Timer kTimers[] = {
+    {Minute, 10, Second, 0}, {Minute, 10, Second, 125}, {Hour, 1, Minute, 0}, {Hour, 1, Minute, 20},
+    {Day, 1, Hour, 8},     {Day, 1, Minute, 0},  {Day, 1, Minute, 130}, {Day, 1, Minute, 60},
+    {Day, 1, Hour, 12}, {Day, 3, Minute, 150},   {Month, 1, Minute, 90}, {Year, 1, Month, 5}};
+
+const struct { unsigned char unit, n; } kAnySteps[] = {
+    {Second, 7}, {Second, 90}, {Minute, 7}, {Minute, 15}, {Minute, 90}, {Hour, 2}, {Hour, 5},
+    {Day, 2}};
+
 const struct { unsigned char unit, n; const char* base; int back, forth; } kGrids[] = {
     {Second, 7, "03-30 20:00:03", 50, 50},  {Second, 90, kOrigin, 50, 100},
     {Minute, 15, "11-02 12:00:30", 60, 120}, {Minute, 90, kOrigin, 50, 100},
@@ -47,18 +83,24 @@ const struct { unsigned char unit, n; const char* base; int back, forth; } kGrid
 // Where the points are not those that a calendar would have the rule decides.
 const struct {
     const char *zone, *base; unsigned char unit, n; const char *t, *up, *down;
-    unsigned char offsetUnit = 0, offset = 0; // of a timer with that base
+    unsigned char offsetUnit = 0; unsigned long offset = 0; // of a timer with that base
 } kBounds[] = {
     // A base on the 31st: its day runs on where the month is shorter.
     {kUtc, "01-31", Month, 1, "02-10", "03-02", "02-02"},
     // A month on from March 31 there is no such day: what follows is a month off the grid.
     {kUtc, "01-01", Month, 3, "03-31", "05-01", "02-01"},
-    // Half past two is skipped on March 31 and comes an hour later.
-    {kBerlin, "01-01 02:30", Day, 1, "03-31", "03-31 03:30", "03-30 03:30"},
+    // Half past two is skipped on March 31 and comes an hour later, on that day only.
+    {kBerlin, "01-01 02:30", Day, 1, "03-31", "03-31 03:30", "03-30 02:30"},
+    {kBerlin, "01-01 02:30", Day, 1, "03-31 04", "04-01 02:30", "03-31 03:30"},
+    // The first of March is before the day that a month before the 31st runs on to.
+    {kUtc, "01-31", Month, 1, "03-01", "03-31", "01-31"},
+    // An offset is signed, as it is in dateadd.
+    {kUtc, "1999-12-31", Month, 1, "03-05", "03-31", "03-02", Day, ULONG_MAX},
+    {kUtc, "1999-12-31 23:45", Hour, 1, "03-05 06", "03-05 06:45", "03-05 05:45", Minute, -15UL},
     // Hours are counted from half past there, so that a step of two can lead past a point.
     {kKolkata, "03-05 01", Hour, 2, "03-05 10:45", "03-05 12", "03-05 10"},
-    // A code above 6 counts years, but does not move.
-    {kUtc, "2020-06-01", 7, 1, "03-05", "06-01", "06-01"},
+    // A code above 6 counts years, but does not move: there is no point before.
+    {kUtc, "2020-06-01", 7, 1, "03-05", "06-01", ""},
     {kBerlin, "2000-01-01 08", Day, 1, "03-31 01", "03-31 08", "03-30 08", Hour, 8},
     {kBerlin, "2000-01-01 00:30", Hour, 2, "12-05 11:15", "12-05 12:30", "12-05 10:30", Minute, 30},
     {kBerlin, "2000-01-15", Month, 1, "02-16", "03-15", "02-15", Day, 14},
@@ -85,15 +127,16 @@ const struct { unsigned char unit; unsigned short n; const char *a, *b; bool sam
     {Minute, 15, "2024-03-05", "FF24-03-05", false}, {Hour, 9, "FF24-03-05", "FF24-03-05 08", true},
     {Hour, 9, "FF24-03-05", "FF24-03-05 09", false}, {0, 15, "2024-03-05", "2024-03-05", false},
     {7, 15, "2024-03-05", "2024-03-05", false},      {Hour, 0, "2024-03-05", "2024-03-05", false}};
-
-const struct { int minutes; unsigned int radix, dots; } kDots[] = { // radix x 60 in 32 bits
-    {60, 15, 4}, {60, 7, 8}, {59, 15, 3}, {1455, 1440, 1}, {7279214, 1, 7279214}, {0, 1, 0},
-    {-1, 1, 0},  {1455, 0, 0}, {1455, 71582788, 0}, {1455, 71582789, 1984}, {1455, 1U << 30, 0}};
-
-const struct { unsigned int radix; int n, seconds; } kSteps[] = {
-    {15, 2, 1800}, {15, -4, -3600}, {1440, 0, 0}, {1440, -100, -8640000}, {1U << 30, 3, 0},
-    {71582788, 1, -16}}; // seconds in 32 bits
 // clang-format on
+
+// When the clock changes in 2024, to the hour before.
+std::vector<long> ChangesOfTheYear() {
+    std::vector<long> changes;
+    for (long t = At("01-02"); t < At("12-30"); t += 3600)
+        if (model::Wall(t + 3600) - model::Wall(t) != 3600)
+            changes.push_back(t);
+    return changes;
+}
 
 TEST(Period, BoundsAreThoseOfTheGridWalkedPointByPoint) {
     for (const char* const name : {kUtc, kShanghai, kKolkata, kBerlin, kNewYork, kSydney}) {
@@ -135,13 +178,35 @@ TEST(Period, BoundsWhereTheRuleIsPeculiar) {
         const Zone zone(c.zone);
         const long t = At(c.t);
         for (const bool down : {false, true}) {
-            const long want = At(down ? c.down : c.up);
-            const long timer = gettimerpoint(t, c.unit, c.n, c.offsetUnit, c.offset, down);
-            EXPECT_EQ((down ? downboundtime : upboundtime)(t, At(c.base), c.unit, c.n), want)
-                << c.t;
-            EXPECT_EQ(c.offset != 0 ? timer : want, want) << c.t;
+            SCOPED_TRACE(std::string(c.zone) + " " + c.t + (down ? " down" : " up"));
+            const std::string text = down ? c.down : c.up;
+            const std::string want = Text(text.empty() ? -1 : At(text));
+            const auto bound = down ? downboundtime : upboundtime;
+            EXPECT_EQ(want, Text(bound(t, At(c.base), c.unit, c.n)));
+            if (c.offset != 0) {
+                EXPECT_EQ(want, Text(gettimerpoint(t, c.unit, c.n, c.offsetUnit, c.offset, down)));
+            }
         }
     }
+}
+
+TEST(Period, PointsOfAnHourShownTwiceAreInItsFirstPass) {
+    const Zone zone(kBerlin);
+    const long first = At("10-27 01:00") + 3600;
+    const long second = first + 3600;
+    for (const char* const converted : {"01-01", "07-01"}) { // glibc reads the hour by that
+        At(converted);
+        EXPECT_EQ(first + 900, upboundtime(first + 1, first - 86400, Minute, 15));
+        EXPECT_EQ(second + 3600, upboundtime(second + 1, first - 86400, Minute, 15));
+        EXPECT_EQ(second - 900, downboundtime(second + 1, first - 86400, Minute, 15));
+        EXPECT_EQ(first + 1800, gettimerpoint(first, Day, 1, Minute, 150, false));
+        EXPECT_EQ(first + 1800, gettimerpoint(second + 7, Day, 1, Minute, 150, true));
+    }
+    // What was found: 45 minutes ago, and an hour late.
+    const Zone brazil("BRT3BRST,M10.3.0/0,M2.3.0/0");
+    EXPECT_EQ(1708225200, gettimerpoint(1708221605, Minute, 15, Minute, 0, false));
+    const Zone berlin(kBerlin);
+    EXPECT_EQ(1711843200, gettimerpoint(1711843212, Hour, 1, Minute, 0, true));
 }
 
 TEST(Period, SamePeriodByFieldsAndByGrid) {
@@ -162,21 +227,87 @@ TEST(Period, StepsAsLongAsTimeDoNotWrap) {
     }
 }
 
-TEST(Calendar, IntervalsOfMinutes) {
-    const Zone zone(kShanghai);
-    const long start = At("02-28 23:45");
-    std::string from = Bytes(Text(start));
-    for (const auto& c : kDots) {
-        std::string to = Bytes(Text(start + c.minutes * 60L));
-        EXPECT_EQ(Time_BCDTime7ToDots(from.data(), to.data(), c.radix), c.dots) << c.minutes;
-        EXPECT_EQ(Time_BCDTime5ToDots(from.data() + 1, to.data() + 1, c.radix), c.dots);
+// The points of a stretch of time as the model has them, each with the seconds that it is late for
+// a gap.
+std::map<long, long> PointsOf(const Timer& timer, long from, long to) {
+    const long long base = model::Moved(model::Days(2000, 1, 1) * model::kDay, timer.offsetUnit,
+                                        static_cast<long long>(timer.offset));
+    const long long length = timer.unit < Month ? timer.n * model::kLengths[timer.unit] : 0;
+    std::map<long, long> points;
+    for (long long i = length != 0 ? (model::Wall(from) - base) / length - 1 : 0;; ++i) {
+        const long long wall = model::Moved(base, timer.unit, i * timer.n);
+        const long long t = model::FirstTime(wall);
+        if (t >= to + model::kDay)
+            return points;
+        if (t >= from && t < to)
+            points.emplace(static_cast<long>(t), static_cast<long>(model::Wall(t) - wall));
     }
-    from[6] = 7; // the second counts in a Bcd7Time
-    EXPECT_EQ(Time_BCDTime7ToDots(from.data(), Bytes("2024-02-29 00:00:06").data(), 15), 0U);
-    for (const auto& c : kSteps) {
-        std::string record = from;
-        Add_nRadixOnBCDTime7(record.data(), c.radix, c.n, record.data());
-        EXPECT_EQ(record, Bytes(Text(start + 7 + c.seconds))) << c.radix << " " << c.n;
+}
+
+// Each point of a year fires once, none twice, whatever the clock does. A loop asks for the next
+// point after each that has come; one that asks again in between gets the same point.
+TEST(Period, EachPointOfAYearFiresOnce) {
+    for (const char* const name : kClocks) {
+        const Zone zone(name);
+        for (const Timer& timer : kTimers) {
+            SCOPED_TRACE(std::string(name) + ", every " + std::to_string(timer.n) + " of unit " +
+                         std::to_string(timer.unit) + " from " + std::to_string(timer.offset) +
+                         " of " + std::to_string(timer.offsetUnit));
+            const auto point = [&](long t, bool down) {
+                return gettimerpoint(t, timer.unit, timer.n, timer.offsetUnit, timer.offset, down);
+            };
+            const auto walk = [&](long from, long to) {
+                std::map<long, long> points = PointsOf(timer, from, to);
+                for (long due, now = from - 1; (due = point(now + 1, false)) < to; now = due) {
+                    ASSERT_EQ(1U, points.count(due)) << Text(due) << " after " << Text(now);
+                    const long between = now + 1 + (due - now - 1) / 3;
+                    ASSERT_EQ(Text(due), Text(point(between, false))) << "at " << Text(between);
+                    if (points[due] == 0) {
+                        ASSERT_EQ(due, point(due, false)) << Text(due);
+                        ASSERT_EQ(due, point(due, true)) << Text(due);
+                    }
+                    points.erase(due);
+                }
+                // What the clock skips may fall together with what it shows.
+                for (const auto& [missed, late] : points)
+                    ASSERT_TRUE(timer.unit < Day && late != 0) << Text(missed);
+            };
+            if (timer.unit >= Day)
+                walk(At("01-01"), At("2025-01-01"));
+            else // elsewhere, all days are the same to them
+                for (const long change : ChangesOfTheYear())
+                    walk(change - 2 * 86400, change + 2 * 86400);
+        }
+    }
+}
+
+// Any step: where the count of units and the clock run apart no two points are the same, no
+// reading of the clock comes twice, and none is on the wrong side. The loop is that of the year
+// around each change of the clock.
+TEST(Period, NoPointIsOnTheWrongSide) {
+    for (const char* const name : kClocks) {
+        const Zone zone(name);
+        for (const long change : ChangesOfTheYear())
+            for (const auto& [unit, n] : kAnySteps) {
+                SCOPED_TRACE(std::string(name) + ", every " + std::to_string(n) + " of unit " +
+                             std::to_string(unit) + " at " + std::to_string(change));
+                std::set<long long> shown;
+                for (long now = change - 9000; now < change + 18000;) {
+                    const long next = gettimerpoint(now, unit, n, Second, 0, false);
+                    ASSERT_GE(next, now);
+                    ASSERT_TRUE(shown.insert(model::Wall(next)).second) << Text(next);
+                    now = next + 1;
+                }
+                for (long t = change - 9000; t < change + 18000; t += 599) {
+                    std::string record = Bytes(Text(t));
+                    ASSERT_GE(upboundtime(t, change - 5000, unit, n), t);
+                    ASSERT_LE(downboundtime(t, change - 5000, unit, n), t);
+                    ASSERT_LE(gettimerpoint(t, unit, n, Second, 0, true), t);
+                    ASSERT_TRUE(issameperiod(Unsigned(record), Unsigned(record), unit, n)) << t;
+                    ASSERT_TRUE(issameperiod(Unsigned(record), Unsigned(record), unit, n + 60U))
+                        << t;
+                }
+            }
     }
 }
 
