@@ -26,10 +26,10 @@ public:
         // No kernel names a path longer than PATH_MAX, and not every libc tries. A directory that
         // has been deleted has no name at all.
         exists_ = path_ != nullptr || errno == ENAMETOOLONG || errno == ERANGE;
-        // Each way is proved while it leads nowhere else. A process that has given up privileges
-        // may stand in a directory that it could not enter again.
-        hasWayBack_ = (fd_ >= 0 && fchdir(fd_) == 0) ||
-                      (path_ != nullptr && chdir(".") == 0 && IsSame(path_, "."));
+        // A process that has given up privileges may stand in a directory that it could not enter
+        // again. Whoever can look up "." may enter it: by the descriptor, or by a path that leads
+        // here.
+        hasWayBack_ = fd_ >= 0 || (path_ != nullptr && IsSame(path_, "."));
     }
     ~WorkingDirectory() {
         if (hasWayBack_ && (fd_ < 0 || fchdir(fd_) != 0) && path_ != nullptr) [[maybe_unused]]

@@ -1,5 +1,5 @@
-// Message queues of the real kernel, really full and really removed. The result when memory or a call
-// fails is in faults/outcomes.txt.
+// Message queues of the real kernel, really full and really removed. The result when memory or a
+// call fails is in faults/outcomes.txt.
 #include "mavkit/ipc/Message.h"
 #include "device/Device.h"
 
@@ -141,7 +141,7 @@ TEST_F(MessageTest, ReportsWhatItDoesAtLevelVerbose) {
             opened + tag + "3) send succeed(40 bytes):" + hex + "\nMessage: " + tag +
             "-3) finished clear.\nMessage: Remove message(queueid=" + std::to_string(id) +
             ") queue ERROR(" + std::strerror(EPERM) + ")!\n";
-        EXPECT_EQ(level == LEVEL_VERBOSE ? lines : "", out.Take());
+        ASSERT_EQ(level == LEVEL_VERBOSE ? lines : "", out.Take());
     }
     // Without memory for the line the message is sent all the same.
     Device::Fail("new", ENOMEM);
@@ -172,7 +172,7 @@ TEST_F(MessageTest, FullQueueMakesRoomInThreeSteps) {
         std::string lines;
         for (const char* drain : c.drains)
             lines += "Message: " + tag + drain + ") finished clear.\n";
-        EXPECT_EQ(lines + tag + "3) send succeed(3 bytes):6E 65 77 \n", out.Take());
+        ASSERT_EQ(lines + tag + "3) send succeed(3 bytes):6E 65 77 \n", out.Take());
         const std::string types = Types();
         EXPECT_EQ(types.size() - 1, types.find('3')); // the new one, and no other
         EXPECT_EQ(std::string::npos, types.find_first_not_of(c.left));

@@ -167,20 +167,27 @@ TEST_F(DirScanTest, AListingThatBreaksOffMakesTheScanFalse) {
     const auto isBelow = [](const std::string& path, const std::string& directory) {
         return path.compare(4, directory.size() + 1, directory + "/") == 0;
     };
-    // At every entry, and after the last one of every directory; or it cannot be entered again.
-    for (const auto& [call, skip] : {std::pair{"readdir", 0}, {"fchdir", 6}})
-        for (int fault = skip;; ++fault) {
-            SCOPED_TRACE(testing::Message() << call << ' ' << fault);
-            Device::Fail(call, EIO, 1, fault);
-            const bool complete = Scan();
-            const Entries unopened = Unopened();
-            EXPECT_EQ(home, fs::current_path());
-            if (complete)
-                break;
-            ASSERT_EQ(1U, unopened.size());
-            for (const std::string& entry : all)
-                EXPECT_TRUE(isBelow(entry, *unopened.begin()) || seen.count(entry) == 1) << entry;
-        }
+    // At every entry, and after the last one of every directory.
+    for (int skip = 0;; ++skip) {
+        SCOPED_TRACE(skip);
+        Device::Fail("readdir", EIO, 1, skip);
+        const bool complete = Scan();
+        const Entries unopened = Unopened();
+        EXPECT_EQ(home, fs::current_path());
+        if (Device::HasFault("readdir"))
+            break; // there are no more calls
+        EXPECT_FALSE(complete);
+        ASSERT_EQ(1U, unopened.size());
+        for (const std::string& entry : all)
+            EXPECT_TRUE(isBelow(entry, *unopened.begin()) || seen.count(entry) == 1) << entry;
+    }
+    Device::ForgetFaults();
+    // A directory that cannot be entered again after a visit below it.
+    fs::remove_all(root + "/b");
+    Device::Fail("fchdir", EACCES, 1, 4);
+    EXPECT_FALSE(Scan());
+    EXPECT_EQ((Entries{"/a"}), Unopened());
+    EXPECT_EQ(3U, seen.size()); // a, one of the two below it, and its file
 }
 
 TEST_F(DirScanTest, GoesDeeperThanPathsReach) {
