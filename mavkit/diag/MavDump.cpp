@@ -3,6 +3,7 @@
 #include "mavkit/diag/PrintString.h"
 #include "mavkit/encoding/MavString.h"
 
+#include <cstdarg>
 #include <cstddef>
 #include <cstring>
 #include <ctime>
@@ -10,11 +11,13 @@
 
 namespace {
 
-// One value as a piece. The longest: a double of 309 digits with sign, point and six decimals.
-template <typename Value>
-MavDump& Print(MavDump& dump, const char* format, Value value) {
+// Formats one piece. The longest is a double of 309 digits with sign, point and six decimals.
+__attribute__((format(printf, 2, 3))) MavDump& Print(MavDump& dump, const char* format, ...) {
     char text[320];
-    std::snprintf(text, sizeof text, format, value);
+    std::va_list args;
+    va_start(args, format);
+    std::vsnprintf(text, sizeof text, format, args);
+    va_end(args);
     dump.OutputString(text);
     return dump;
 }
@@ -52,10 +55,8 @@ MavDump& MavDump::operator<<(const long& seconds) {
     const std::tm* t = std::localtime(&time);
     if (t == nullptr)
         return Print(*this, "invalid time %lld", static_cast<long long>(seconds));
-    char text[64];
-    std::snprintf(text, sizeof text, "%04lld-%02d-%02d %02d:%02d:%02d", t->tm_year + 1900LL,
-                  t->tm_mon + 1, t->tm_mday, t->tm_hour, t->tm_min, t->tm_sec);
-    return *this << text;
+    return Print(*this, "%04lld-%02d-%02d %02d:%02d:%02d", t->tm_year + 1900LL, t->tm_mon + 1,
+                 t->tm_mday, t->tm_hour, t->tm_min, t->tm_sec);
 }
 
 MavDump& MavDump::operator<<(const strings& list) {
@@ -76,13 +77,11 @@ MavDump& MavDump::operator<<(const TraceSetting& setting) {
     MAKE_TRACE_WAY_KEY(setting.traceWay, ways[0]);
     MAKE_TRACE_WAY_KEY(setting.dataWay, ways[1]);
     MAKE_TRACE_WAY_KEY(setting.scheWay, ways[2]);
-    char text[160];
-    // The name may lack its terminator in a record that somebody filled carelessly.
-    std::snprintf(text, sizeof text,
-                  "prefixOn=%d level=%s traceWay=%s dataWay=%s scheWay=%s name=%.*s maxSize=%d",
-                  setting.prefixOn, level, ways[0], ways[1], ways[2],
-                  static_cast<int>(sizeof setting.name), setting.name, setting.maxSize);
-    return *this << text;
+    // A name that somebody has filled carelessly may lack its terminator.
+    return Print(*this,
+                 "prefixOn=%d level=%s traceWay=%s dataWay=%s scheWay=%s name=%.*s maxSize=%d",
+                 setting.prefixOn, level, ways[0], ways[1], ways[2],
+                 static_cast<int>(sizeof setting.name), setting.name, setting.maxSize);
 }
 
 MavDump& MavDump::operator<<(_TRACE_LEVEL level) {
