@@ -2,6 +2,7 @@
 # mavutil_test.sh MAVUTIL...: runs mavutil (a program, or an emulator and a program) on tables of
 # command lines and compares what it prints and its exit status with what they should be.
 set -u
+completion=$(CDPATH='' cd -- "$(dirname -- "$0")/../../tools" && pwd -P)/mavutil.bash
 work=$(mktemp -d) || exit 1
 program=
 for word; do
@@ -130,6 +131,18 @@ t 0 'mavutil looks into a running terminal: *' --help
 t 0 'mavutil looks into a running terminal: *' -h
 t 0 '  mavutil queue *' queue peek -h
 t 0 'mavutil [0-9]*.[0-9]*' --version
+
+# What bash offers for the last word.
+if command -v bash >/dev/null; then
+    for row in 'tra|trace' 'help sh|shm' 'queue p|peek' 'record --j|--json' 'crc --|--help' \
+        'trace show --|--help --since' 'time next 1 mi|minute'; do
+        # shellcheck disable=SC2016 # words of bash
+        got=$(PATH=$work:$PATH bash -c '. "$1" && COMP_WORDS=(mavutil $2) &&
+            COMP_CWORD=$((${#COMP_WORDS[@]} - 1)) && _mavutil; echo "${COMPREPLY[*]}"' \
+            bash "$completion" "${row%|*}")
+        same "completion of ${row%|*}" "$got" "${row#*|}"
+    done
+fi
 
 # Time. 0x97 and 0xE1 hold a weekday, 0x93 one without a date.
 t 0 '2024-03-05 06:07:08 Tue 1709615228' time decode 0x17 20 24 03 05 06 07 08
@@ -372,18 +385,22 @@ else
 fi
 
 # A region that changes, and grows.
-./mavutil shm watch zeros 20 8 >watched 2>&1 &
+./mavutil shm watch zeros 20 >watched 2>&1 &
 pids="$pids $!" watch=$!
+./mavutil shm watch zeros 20 9 56 >part 2>&1 &
+pids="$pids $!"
 for _ in 1 2 3 4 5 6 7 8 9 0 1 2 3 4 5 6 7 8 9 0; do
     printf A | dd of=zeros bs=1 seek=9 conv=notrunc 2>/dev/null
     sleep 0.05
-    grep -q 00000009 watched && break
+    grep -q '00 -> 41$' watched && grep -q '00 -> 41$' part && break
     printf '\0' | dd of=zeros bs=1 seek=9 conv=notrunc 2>/dev/null
     sleep 0.05
 done
 printf BC >>zeros
-until_there watched ' size 57 -> 59$'
-grep -q '^[0-9:]* 00000009 00 -> 41$' watched || complain 'shm watch' "$(cat watched)" '00 -> 41'
+until_there watched ' size 65 -> 67$'
+same 'shm watch, a part' "$(grep -c -e size -e 00000041 part)" 0
+got=$(grep -l '^[0-9:]* 00000009 00 -> 41$' watched part | tr '\n' ' ')
+same 'shm watch' "$got" 'watched part '
 kill -TERM $watch
 wait $watch || complain 'shm watch, terminated' $? 0
 

@@ -260,13 +260,14 @@ bool ReadRegion(const char* path, long long start, long long most, std::string& 
     bytes.clear();
     const Input input(path);
     long long got = input.Skip(start);
-    if (got == start) {
-        char block[4096];
-        for (long long left = most; left > 0 && got > 0; left -= got) {
-            got = input.Read(block,
-                             static_cast<std::size_t>(std::min<long long>(left, sizeof block)));
-            bytes.append(block, static_cast<std::size_t>(std::max<long long>(got, 0)));
-        }
+    if (got != -1 && got < start)
+        return true; // it is shorter than that now
+    char block[4096];
+    for (long long left = most; left > 0 && got != -1; left -= got) {
+        got = input.Read(block, static_cast<std::size_t>(std::min<long long>(left, sizeof block)));
+        if (got == 0)
+            break;
+        bytes.append(block, static_cast<std::size_t>(std::max<long long>(got, 0)));
     }
     if (got == -1)
         input.ComplainOf();
