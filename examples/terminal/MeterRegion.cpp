@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
+#include <unistd.h>
 
 namespace {
 
@@ -105,7 +106,7 @@ bool Fill(std::FILE* file, void*) {
     std::memcpy(bytes, &first, sizeof first);
     // Not every libc reports a full card by fflush: after a failed write it has nothing left to do.
     return std::fwrite(bytes, sizeof bytes, 1, file) == 1 && std::fflush(file) == 0 &&
-           std::ferror(file) == 0;
+           std::ferror(file) == 0 && fsync(fileno(file)) == 0;
 }
 
 } // namespace
