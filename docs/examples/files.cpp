@@ -9,7 +9,7 @@
 #include <unistd.h>
 
 // Directories are listed in no particular order, so the names are collected first.
-static bool Note(int, bool isDirectory, const char*, const char* name, void* context) {
+static bool AddName(int, bool isDirectory, const char*, const char* name, void* context) {
     if (!isDirectory)
         static_cast<std::set<std::string>*>(context)->insert(name);
     return true; // go on
@@ -29,7 +29,7 @@ int main() {
     std::printf("a card's worth of zeros: %d\n", MavFile::CreateFile("empty.bin", 4096, 0));
 
     std::set<std::string> names;
-    DirScan(".").Scan(Note, &names, 0); // 0: this directory only
+    DirScan(".").Scan(AddName, &names, 0); // 0: this directory only
     for (const std::string& name : names)
         std::printf("  %s\n", name.c_str());
 

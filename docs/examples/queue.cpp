@@ -37,7 +37,7 @@ static void Answer() {
 
 int main() {
     static TraceSetting setting;
-    setting.level = LEVEL_WARN; // the channel tells of every message at level Verbose
+    setting.level = LEVEL_WARN; // the queue reports every message at level Verbose
     MavTrace::Setting = &setting;
     Ask(107);
     Ask(108);

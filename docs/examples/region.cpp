@@ -108,8 +108,7 @@ static void Show(const char* path) {
 
 int main() {
     static TraceSetting setting;
-    setting.prefixOn =
-        0; // what the region does goes to the trace channel, here without tag and time
+    setting.prefixOn = 0; // the region reports on the trace channel, here without tag and time
     MavTrace::Setting = &setting;
 
     CountStart("starts.shm");
