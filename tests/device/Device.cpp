@@ -40,13 +40,13 @@ struct Call {
     int times = 0;
     int skip = 0;
 };
-Call table[] = {{"fopen"},   {"fdopen"},    {"open"},    {"openat"}, {"fdopendir"}, {"readdir"},
-                {"lstat"},   {"fstatat"},   {"remove"},  {"chdir"},  {"fchdir"},    {"getcwd"},
-                {"fread"},   {"fwrite"},    {"fgets"},   {"fflush"}, {"fseek"},     {"fclose"},
-                {"fprintf"}, {"vfprintf"},  {"write"},   {"lseek"},  {"fcntl"},     {"mmap"},
-                {"munmap"},  {"msync"},     {"ftok"},    {"msgget"}, {"msgsnd"},    {"msgrcv"},
-                {"msgctl"},  {"malloc"},    {"calloc"},  {"strdup"}, {"new"},       {"time"},
-                {"mktime"},  {"localtime"}, {"settime"}, {"system"}, {"socket"},    {"ioctl"}};
+Call table[] = {{"fopen"},    {"fdopen"},  {"open"},   {"openat"}, {"fdopendir"}, {"readdir"},
+                {"lstat"},    {"fstatat"}, {"remove"}, {"chdir"},  {"fchdir"},    {"getcwd"},
+                {"fread"},    {"fwrite"},  {"fgets"},  {"fflush"}, {"fseek"},     {"fclose"},
+                {"vfprintf"}, {"lseek"},   {"fcntl"},  {"mmap"},   {"munmap"},    {"msync"},
+                {"ftok"},     {"msgget"},  {"msgsnd"}, {"msgrcv"}, {"msgctl"},    {"malloc"},
+                {"calloc"},   {"strdup"},  {"new"},    {"time"},   {"mktime"},    {"localtime"},
+                {"settime"},  {"system"},  {"socket"}, {"ioctl"}};
 
 Device* device = nullptr;
 int paused = 0;
@@ -314,15 +314,6 @@ WRAP_FAULT(size_t, fread, "fread", 0, (void* p, size_t n, size_t m, FILE* f), (p
 WRAP_FAULT(size_t, fwrite, "fwrite", 0, (const void* p, size_t n, size_t m, FILE* f), (p, n, m, f))
 WRAP_FAULT(int, vfprintf, "vfprintf", -1, (FILE * f, const char* format, va_list args),
            (f, format, args))
-WRAPPED(int, fprintf, "fprintf", (std::FILE * file, const char* format, ...)) {
-    std::va_list args;
-    va_start(args, format);
-    const int result = FAILS("fprintf") ? -1 : Real_vfprintf(file, format, args);
-    va_end(args);
-    return result;
-}
-
-WRAP_FAULT(ssize_t, write, "write", -1, (int fd, const void* p, size_t n), (fd, p, n))
 WRAP_FAULT(char*, fgets, "fgets", nullptr, (char* text, int n, FILE* f), (text, n, f))
 WRAP_FAULT(int, msgget, "msgget", -1, (key_t key, int flags), (key, flags))
 WRAP_FAULT(int, msgsnd, "msgsnd", -1, (int id, const void* p, size_t n, int flags),
@@ -434,9 +425,15 @@ void Device::Write(const std::string& path, const std::string& content) const {
     std::ofstream(Path(path), std::ios::binary) << content;
 }
 
-bool Device::Exists(const std::string& path) const { return std::filesystem::exists(Path(path)); }
+bool Device::Exists(const std::string& path) const {
+    const FaultsPaused pause;
+    return std::filesystem::exists(Path(path));
+}
 
-void Device::Remove(const std::string& path) const { std::filesystem::remove_all(Path(path)); }
+void Device::Remove(const std::string& path) const {
+    const FaultsPaused pause;
+    std::filesystem::remove_all(Path(path));
+}
 
 void Device::HoldClock(std::time_t now) {
     held = true;
@@ -476,12 +473,11 @@ int Device::LowestFreeDescriptor() {
     return fd;
 }
 
-StdoutCapture::StdoutCapture() : saved_(dup(1)) {
-    std::FILE* file = std::tmpfile();
-    file_ = file != nullptr ? dup(fileno(file)) : -1;
+// The call by its number: not every libc declares it.
+StdoutCapture::StdoutCapture()
+    : saved_(dup(1)), file_(static_cast<int>(syscall(SYS_memfd_create, "stdout", 0))) {
     if (file_ == -1)
         Die("no file for standard output", std::strerror(errno));
-    std::fclose(file);
     std::fflush(stdout);
     dup2(file_, 1);
 }

@@ -16,6 +16,7 @@
 #include <new>
 #include <set>
 #include <sstream>
+#include <string_view>
 #include <unistd.h>
 #include <utility>
 
@@ -86,6 +87,8 @@ public:
             }
         Replace(result, "\t", " > ");
         Replace(result, "\n", ";");
+        if (result.size() > 500)
+            result = Text(result.substr(0, 100), "... ", result.size(), " bytes");
         return result;
     }
 
@@ -109,6 +112,8 @@ protected:
     }
     ~Faults() override {
         std::printf("%d faults\n", faults_);
+        for (const auto& [call, count] : made_)
+            EXPECT_NE(0, count) << "no operation makes this call: " << call;
         if (std::getenv("MAVKIT_UPDATE") != nullptr) {
             std::ofstream(MAVKIT_FAULT_OUTCOMES) << seen_;
             return;
@@ -148,6 +153,7 @@ protected:
         }
         Compare(name, clean);
         for (const auto& [call, count] : calls) {
+            made_[call] += count;
             // How often a string grows is the standard library's choice, in which order a directory
             // is listed the kernel's: such calls are not numbered, their outcomes are compared.
             const bool numbered = call != "new" && call != "readdir";
@@ -179,9 +185,12 @@ protected:
 
 private:
     std::map<std::string, std::string> rows_; // of the table, that have not been seen yet
+    std::map<std::string, int> made_;         // calls, and how often the operations made them
     std::string seen_;
     int faults_ = 0;
 };
+
+const unsigned char kBytes[] = "more bytes than a string holds inside itself";
 
 bool Fill(std::FILE* file, void*) { return std::fwrite("region", 6, 1, file) == 1; }
 
@@ -212,11 +221,27 @@ std::string Scan(const Trial& t) {
 TEST_F(Faults, EveryCallFailsInTurn) {
     constexpr long kNow = Terminal::kNow;
     const std::string trace = std::string(Device::kTraceDir) + "trace.log",
-                      backupPath = trace + "_bak", content(3000, 'x');
+                      backupPath = trace + "_bak", content(5000, 'x');
     Walk("general log", [](Trial&) { return GENERAL_LOG("entry\n"), ""; });
     Walk("trace line", [&](const Trial& t) {
         MavTrace(LEVEL_ERROR, 0)("line\n");
         return t.device.Read(trace);
+    });
+    Walk("long entry", [&](const Trial& t) {
+        Trace{"/mnt/long.log", __LINE__, 0}("%s", content.c_str());
+        const std::string log = t.device.Read("/mnt/long.log");
+        return Text(std::string_view(log).substr(0, 15), log.size());
+    });
+    Walk("entry without a card", [](const Trial& t) {
+        t.device.Remove("/mnt/sdcard");
+        GENERAL_LOG("entry %d\n", 1);
+        return "";
+    });
+    Walk("terminal line", [](Trial& t) {
+        t.device.Write("/dev/pts/0", "");
+        t.setting.traceWay = WAY_TTYP0;
+        MavTrace(LEVEL_ERROR, 0)("line\n");
+        return t.device.Read("/dev/pts/0");
     });
     Walk("rotation", [&](Trial& t) {
         t.setting.maxSize = 2;
@@ -286,6 +311,35 @@ TEST_F(Faults, EveryCallFailsInTurn) {
         return Text(result, ' ', text);
     });
     Walk("process", [](const Trial&) { return Text(IsProcessRunning(getpid(), nullptr)); });
+    Walk("dump", [](const Trial&) {
+        MavDump(LEVEL_ERROR, 0).DumpAsHex(kBytes, sizeof kBytes);
+        return "";
+    });
+    Walk("mask", [](const Trial&) {
+        BitMask mask;
+        mask.Enable(3, 4);
+        std::size_t count = 0;
+        try {
+            mask.ParseFrom("900-999", true, 0);
+        } catch (const std::bad_alloc&) {
+            count = 1000000; // and what was set still is
+        }
+        return Text(count + mask.EnableCount());
+    });
+    Walk("split", [](const Trial&) {
+        strings fields;
+        const int count = fields.addfrom("a long field of the text,another long field", ",", true);
+        return Text(count, ' ', fields.size());
+    });
+    Walk("request", [](const Trial&) {
+        IpcInfo out, in;
+        unsigned char form[200];
+        out.bytes1.assign(kBytes, sizeof kBytes);
+        out.bytes3 = out.bytes1;
+        const unsigned int size = out.Serialize(form, sizeof form);
+        const unsigned int read = in.Deserialize(form, size);
+        return Text(size, ' ', read, ' ', in.bytes3.size());
+    });
     Walk("record to time", [](const Trial&) {
         long t = 0;
         Time_BCDTime7TotTime("\x20\x24\x03\x05\x06\x07\x08", &t);

@@ -1,5 +1,5 @@
-// Every input of the corpus through its target, so that what the search has found stays found, and then
-// with bytes changed at random, the same ones in each run.
+// Each input of the corpus runs through its target, so that a fault that the search has found once is
+// found again, and then with bytes changed at random, the same ones in each run.
 #include "Fuzz.h"
 
 #include <filesystem>
@@ -19,18 +19,18 @@ void Replay(const char* name, void (*target)(fuzz::Input)) {
     int inputs = 0;
     std::error_code missing;
     for (const auto& entry : std::filesystem::directory_iterator(folder, missing)) {
-        // A property that does not hold ends the program: the name stands before.
+        // A broken property ends the program, so the name comes first.
         std::cerr << "replay " << entry.path() << std::endl;
         std::ifstream file(entry.path(), std::ios::binary);
         const fuzz::Bytes bytes((std::istreambuf_iterator<char>(file)), {});
         ASSERT_TRUE(file.good() || file.eof());
-        target({bytes.data(), bytes.size()});
+        fuzz::Run(target, bytes.data(), bytes.size());
         std::mt19937 random(1);
         for (int variant = 0; variant < 500 && !bytes.empty(); ++variant) {
             fuzz::Bytes changed = bytes;
             for (int changes = variant % 4; changes >= 0; --changes)
                 changed[random() % changed.size()] = static_cast<unsigned char>(random());
-            target({changed.data(), changed.size()});
+            fuzz::Run(target, changed.data(), changed.size());
         }
         ++inputs;
     }
@@ -46,6 +46,6 @@ TEST(Corpus, EveryPairOfLayouts) {
     for (int codes = 0; codes <= 0xFFFF; ++codes) {
         bytes[0] = static_cast<unsigned char>(codes >> 8);
         bytes[1] = static_cast<unsigned char>(codes);
-        LayoutExchange({bytes.data(), bytes.size()});
+        fuzz::Run(LayoutExchange, bytes.data(), bytes.size());
     }
 }
