@@ -86,7 +86,7 @@ void CopyTime(char* src, char* dst, int n);
 /// \return 1 when `a` is the greater, -1 when `b` is; 0 when they are equal or `n` is 0 or less
 int CompTime(char* a, char* b, int n);
 
-/// Tells whether every byte of the `Bcd7Time` at `t` lies in its range in the table above. It
+/// Reports whether every byte of the `Bcd7Time` at `t` lies in its range in the table above. It
 /// looks at byte values alone: minute 0x1A passes, and so does February 31.
 /// \return true when all seven do
 bool IsBcd7Time(const unsigned char* t);

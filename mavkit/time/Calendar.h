@@ -2,7 +2,7 @@
 /// Arithmetic by calendar unit: adding units to a time, trimming it to the start of its unit, and
 /// counting units between two times.
 ///
-/// Schedules are told in units of the calendar: every 15 minutes, every day, every month. A unit
+/// Schedules are given in units of the calendar: every 15 minutes, every day, every month. A unit
 /// is passed as an `unsigned char` that holds a code of `_DATE_UNIT`. Times are `long` seconds
 /// since 1970-01-01 00:00:00 UTC, read in the process's local zone (see BcdTime.h); a time of 0 or
 /// less stands for no time at all.
@@ -34,11 +34,13 @@ enum _DATE_UNIT : unsigned char {
     Year = 6,
 };
 
-/// Moves `t` by `n` units, forward or (`n` below 0) back, along the local calendar. The finer
-/// fields stay as they are on the wall clock; a day that the new month lacks runs on into the next:
-/// 2024-01-31 plus one month is 2024-03-02. Any `n` is taken; none overflows.
-/// \return the moved time; `t` itself when it is 0 or less or `n` is 0; -1 when the result does not
-/// fit. A unit outside 1 to 6 adds nothing.
+/// Moves `t` by `n` units, forward or (`n` below 0) back, along the local calendar. All units,
+/// seconds too, follow the clock on the wall: in Berlin 2024-03-31 01:00:00 plus 2 hours, 120
+/// minutes or 7200 seconds is 03:00:00, which is one hour away. A day that the new month lacks runs
+/// on into the next: 2024-01-31 plus one month is 2024-03-02. A reading that the clock skips or
+/// shows twice is taken as libc takes it. Any `n` is taken; none overflows.
+/// \return the moved time; `t` itself when it is 0 or less, `n` is 0 or `unit` is not 1 to 6; -1
+/// when the result does not fit
 long dateadd(unsigned char unit, long n, long t);
 
 /// The start of the unit that holds `t`. A unit of 0 trims like `Day`, one above 6 like `Year`.
@@ -47,9 +49,11 @@ long datetrim(unsigned char unit, long t);
 
 /// The number of unit boundaries from `t1` to `t2`, not of full units: from 10:59:59 to 11:00:00 is
 /// one hour, from December 31 to January 1 one year. Days are counted by the calendar, so a day of
-/// 23 or 25 hours, where daylight saving begins or ends, is one day. A time of 0 or less,
-/// or one without local fields, counts as time 0. A unit of 0 gives the seconds between the two midnights, one above 6 counts
-/// years.
+/// 23 or 25 hours, where daylight saving begins or ends, is one day.
+///
+/// A time of 0 or less, or one without local fields, counts as time 0, which is not trimmed. Days
+/// from or to it are the seconds between it and the midnight of the other time / 86400, truncated.
+/// A unit of 0 gives the seconds between the two midnights, one above 6 counts years.
 /// \return the count; negative when `t2` is the earlier
 long datediff(unsigned char unit, long t1, long t2);
 

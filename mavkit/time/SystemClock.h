@@ -3,20 +3,20 @@
 ///
 /// The new time is a `Bcd6Time` in local time: year within the century (2000 to 2099), month, day,
 /// hour, minute, second, a packed-BCD byte each; 2024-03-05 06:07:08 is 24 03 05 06 07 08. Callers
-/// test it beforehand, with `IsBcd7Time` behind a century byte of 0x20. Both operations need the
-/// right to set the clock; that it is missing is not reported.
+/// check it beforehand: `IsBcd7Time` does, with a century byte of 0x20 in front. Both operations
+/// need the right to set the clock; that it is missing is not reported.
 #ifndef MAVKIT_TIME_SYSTEMCLOCK_H
 #define MAVKIT_TIME_SYSTEMCLOCK_H
 
-/// Sets the system clock to the `Bcd6Time` at `t` by the kernel call. A clock that is less than 2
-/// seconds off is left alone, and so it is when `t` is no time that `mktime` can make.
+/// Sets the system clock to the `Bcd6Time` at `t` by the kernel call. The clock is left alone
+/// when it is less than 2 seconds off, or when `mktime` cannot make a time of `t`.
 /// \return 0 in every case
 int Set_SysTime(char* t);
 
 /// Sets the system clock to the `Bcd6Time` at `t` by the shell command `date -s`, for 2024-03-05
 /// 06:07:08 "date -s 030506072024.08", and waits for it to end. The latest date taken is
 /// 2038-01-10; the bytes of year, month and day are compared as they are.
-/// \return 0 once the command was run, whatever came of it; -1 when the date is refused and nothing
+/// \return 0 once the command was run, whatever its result; -1 when the date is refused and nothing
 /// was run
 int Set_SYS_HWClock(char* t);
 

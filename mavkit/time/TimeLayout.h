@@ -2,10 +2,10 @@
 /// Exchange between layouts of a packed-BCD date and time.
 ///
 /// Every protocol lays out a time in its own way: with or without century, seconds or weekday,
-/// most or least significant field first. A one-byte layout code names them all, and one
-/// operation goes from any to any.
+/// most or least significant field first. A one-byte layout code names each of them, and
+/// one operation converts any layout into any other.
 ///
-/// The fields in their full order, second toward century; the weekday has no number:
+/// The fields in their full order, from the second to the century; the weekday has no number:
 ///
 /// | number | field                   | byte                       |
 /// |--------|-------------------------|----------------------------|

@@ -1,11 +1,10 @@
-/// \file
-/// A calendar and time layouts of the tests' own, slow and obvious.
-///
-/// It can be trusted because it shares nothing with what it checks: days are counted from the rule
-/// of leap years alone, in 64 bits, and what a clock shows comes from `localtime`; `mktime`, on
-/// which the library stands, is never asked. CalendarTest.cpp turns its days one by one.
-///
-/// A "wall" is what a clock on the wall shows, in seconds from 1970 by that clock.
+// A calendar and time layouts of the tests' own, slow and obvious.
+//
+// It can be trusted because it shares nothing with what it checks: days are counted from the rule
+// of leap years alone, in 64 bits, and what a clock shows comes from `localtime`; `mktime`, on
+// which the library stands, is never asked. CalendarTest.cpp turns its days one by one.
+//
+// A "wall" is what a clock on the wall shows, in seconds from 1970 by that clock.
 #ifndef MAVKIT_TESTS_CIVILTIME_H
 #define MAVKIT_TESTS_CIVILTIME_H
 

@@ -18,7 +18,8 @@ const struct { const char *zone, *t; unsigned char unit; long n; const char* sum
     {kShanghai, "03-05", 7, 9, "03-05"},       {kShanghai, "03-05", 255, -9, "03-05"},
     // Across a change of the clock all units follow the clock on the wall.
     {kBerlin, "03-31 01", Second, 7200, "03-31 03"}, {kBerlin, "03-31 01", Minute, 120, "03-31 03"},
-    {kBerlin, "03-31 01", Hour, 2, "03-31 03"},      {kBerlin, "03-31 03", Second, -7260, "03-31 00:59"},
+    {kBerlin, "03-31 01", Hour, 2, "03-31 03"},
+    {kBerlin, "03-31 03", Second, -7260, "03-31 00:59"},
     {kBerlin, "10-27", Second, 36001, "10-27 10:00:01"}, {kBerlin, "03-30 12", Day, 1, "03-31 12"}};
 
 const struct { unsigned char unit; const char *t, *start; } kStarts[] = {
@@ -27,7 +28,9 @@ const struct { unsigned char unit; const char *t, *start; } kStarts[] = {
     {Day, "03-15 10:20:30", "03-15"},             {Month, "03-15 10:20:30", "03-01"},
     {Year, "03-15 10:20:30", "01-01"},            {7, "03-15 10:20:30", "01-01"}};
 
-const struct { const char* zone; unsigned char unit; const char *from, *to; long count; } kCounts[] = {
+const struct {
+    const char* zone; unsigned char unit; const char *from, *to; long count;
+} kCounts[] = {
     {kShanghai, Hour, "03-05 10:59:59", "03-05 11", 1},
     {kShanghai, Month, "2023-11-30", "02-01", 3},
     {kShanghai, Year, "2024-12-31 23:59:59", "2025-01-01", 1},

@@ -12,16 +12,17 @@
 namespace {
 
 constexpr const char* kOrigin = "2000-01-01";
+constexpr int kUnitSeconds[] = {0, 1, 60, 3600};
 
 /// A grid as its definition has it, walked point by point. Its steps below a day are seconds.
 std::vector<long> Walk(long base, int unit, int n, int back, int forth) {
     std::vector<long> points;
     for (int steps = -back * n; steps <= forth * n; steps += n) {
-        tm f = FieldsOf(base);
+        std::tm f = FieldsOf(base);
         (unit == Day ? f.tm_mday : unit == Month ? f.tm_mon : f.tm_year) += steps;
         f.tm_isdst = -1;
-        points.push_back(unit < Day ? base + steps * kLengths[unit]
-                                    : static_cast<long>(mktime(&f)));
+        points.push_back(unit < Day ? base + steps * kUnitSeconds[unit]
+                                    : static_cast<long>(std::mktime(&f)));
     }
     return points;
 }
@@ -30,7 +31,7 @@ std::vector<long> Walk(long base, int unit, int n, int back, int forth) {
 /// so close to a change of the clock they are not as long as they are elsewhere; and a step of
 /// months from a day that the new month lacks runs on into the one after it.
 bool Agree(long t, int unit, int n) {
-    const int reach = unit < Day ? n * kLengths[unit] + 7200 : 0;
+    const int reach = unit < Day ? n * kUnitSeconds[unit] + 7200 : 0;
     return FieldsOf(t - reach).tm_isdst == FieldsOf(t + reach).tm_isdst &&
            (unit != Month || n == 1 || FieldsOf(t).tm_mday <= 28);
 }
@@ -148,7 +149,7 @@ TEST(Period, BoundsAreThoseOfTheGridWalkedPointByPoint) {
             const long base = At(g.base);
             const std::vector<long> points = Walk(base, g.unit, g.n, g.back, g.forth);
             int compared = 0;
-            for (size_t i = 1; i + 1 < points.size(); ++i) {
+            for (std::size_t i = 1; i + 1 < points.size(); ++i) {
                 const long point = points[i];
                 const long next = points[i + 1];
                 const long inside = point + 1 + static_cast<long>(i) * 7919 % (next - point - 1);
@@ -156,15 +157,15 @@ TEST(Period, BoundsAreThoseOfTheGridWalkedPointByPoint) {
                     if (!Agree(t, g.unit, g.n))
                         continue;
                     const long up = t == point ? point : next;
-                    ASSERT_EQ(upboundtime(t, base, g.unit, g.n), up) << Text(t);
-                    ASSERT_EQ(downboundtime(t, base, g.unit, g.n), point) << Text(t);
+                    ASSERT_EQ(up, upboundtime(t, base, g.unit, g.n)) << Text(t);
+                    ASSERT_EQ(point, downboundtime(t, base, g.unit, g.n)) << Text(t);
                     ++compared;
                     if (g.base != kOrigin || t != inside)
                         continue;
-                    ASSERT_EQ(gettimerpoint(t, g.unit, g.n, Hour, 0, false), up) << Text(t);
-                    ASSERT_EQ(gettimerpoint(t, g.unit, g.n, Year, 0, true), point) << Text(t);
+                    ASSERT_EQ(up, gettimerpoint(t, g.unit, g.n, Hour, 0, false)) << Text(t);
+                    ASSERT_EQ(point, gettimerpoint(t, g.unit, g.n, Year, 0, true)) << Text(t);
                     for (const long u : {points[i - 1], point - 1, point, inside, next - 1, next})
-                        ASSERT_EQ(Same(Text(t), Text(u), g.unit, g.n), u >= point && u < next)
+                        ASSERT_EQ(u >= point && u < next, Same(Text(t), Text(u), g.unit, g.n))
                             << t << " " << u;
                 }
             }
@@ -212,7 +213,7 @@ TEST(Period, PointsOfAnHourShownTwiceAreInItsFirstPass) {
 TEST(Period, SamePeriodByFieldsAndByGrid) {
     const Zone zone(kBerlin);
     for (const auto& c : kPairs)
-        EXPECT_EQ(Same(c.a, c.b, c.unit, c.n), c.same) << c.a << " and " << c.b;
+        EXPECT_EQ(c.same, Same(c.a, c.b, c.unit, c.n)) << c.a << " and " << c.b;
 }
 
 TEST(Period, StepsAsLongAsTimeDoNotWrap) {
@@ -220,10 +221,10 @@ TEST(Period, StepsAsLongAsTimeDoNotWrap) {
     const long t = At("03-05 06:07:08");
     const long later = At("2025-04-09 06:07:08");
     for (unsigned char unit = Second; unit <= Year; ++unit) {
-        EXPECT_EQ(upboundtime(t, At(kOrigin), unit, ULONG_MAX), -1) << int(unit);
-        EXPECT_EQ(downboundtime(t, later, unit, ULONG_MAX), -1) << int(unit);
+        EXPECT_EQ(-1, upboundtime(t, At(kOrigin), unit, ULONG_MAX)) << int(unit);
+        EXPECT_EQ(-1, downboundtime(t, later, unit, ULONG_MAX)) << int(unit);
         // Before its base a grid of that step has no point, and the base is the next.
-        EXPECT_EQ(upboundtime(t, later, unit, ULONG_MAX), later) << int(unit);
+        EXPECT_EQ(later, upboundtime(t, later, unit, ULONG_MAX)) << int(unit);
     }
 }
 

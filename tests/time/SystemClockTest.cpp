@@ -7,12 +7,12 @@ TEST(SystemClock, IsSetFromTwoSecondsOff) {
     Device device;
     const Zone zone(kBerlin);
     std::string time = Bytes("24-07-05 06:07:08");
-    const time_t target = At("2024-07-05 06:07:08");
+    const std::time_t target = At("2024-07-05 06:07:08");
     for (const int off : {-86400, -2, -1, 0, 1, 2, 86400}) {
         device.clockSets.clear();
         Device::HoldClock(target + off);
-        EXPECT_EQ(Set_SysTime(time.data()), 0);
-        EXPECT_EQ(device.clockSets, std::vector<time_t>(off < -1 || off > 1 ? 1 : 0, target));
+        EXPECT_EQ(0, Set_SysTime(time.data()));
+        EXPECT_EQ(std::vector<std::time_t>(off < -1 || off > 1 ? 1 : 0, target), device.clockSets);
     }
 }
 
@@ -29,8 +29,8 @@ TEST(SystemClock, CommandRunsUpTo20380110) {
     for (const auto& [time, stamp] : kStamps) {
         const std::string command = std::string("date -s ") + stamp;
         device.commands.clear();
-        EXPECT_EQ(Set_SYS_HWClock(Bytes(time, 6).data()), *stamp != '\0' ? 0 : -1) << time;
-        EXPECT_EQ(device.commands, std::vector<std::string>(*stamp != '\0' ? 1 : 0, command));
+        EXPECT_EQ(*stamp != '\0' ? 0 : -1, Set_SYS_HWClock(Bytes(time, 6).data())) << time;
+        EXPECT_EQ(std::vector<std::string>(*stamp != '\0' ? 1 : 0, command), device.commands);
     }
     EXPECT_TRUE(device.clockSets.empty());
 }

@@ -6,7 +6,9 @@
 namespace {
 
 // clang-format off
-const struct { unsigned char from; const char* in; unsigned char to; const char* out; } kExchanges[] = {
+const struct {
+    unsigned char from; const char* in; unsigned char to; const char* out;
+} kExchanges[] = {
     {0x17, "20 24 03 05 06 07 08", 0x97, "20 24 03 05 02 06 07 08"},
     {0x26, "24 03 05 06 07", 0x17, "20 24 03 05 06 07 17"},
     {0x13, "06 07 08", 0x17, "20 25 07 14 06 07 08"},

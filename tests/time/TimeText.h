@@ -1,5 +1,4 @@
-/// \file
-/// Times and records as texts, so that a table of a time test reads as what it says.
+// Times and records as texts, so that a table of a time test reads as what it says.
 #ifndef MAVKIT_TESTS_TIMETEXT_H
 #define MAVKIT_TESTS_TIMETEXT_H
 
@@ -9,7 +8,7 @@
 #include <climits>
 #include <gtest/gtest.h>
 
-/// Zones by their rules, which need no zone files.
+// Zones by their rules, which need no zone files.
 constexpr const char* kUtc = "UTC0";
 constexpr const char* kShanghai = "CST-8";
 constexpr const char* kKolkata = "IST-5:30";
@@ -17,10 +16,8 @@ constexpr const char* kBerlin = "CET-1CEST,M3.5.0,M10.5.0/3";
 constexpr const char* kNewYork = "EST5EDT,M3.2.0,M11.1.0";
 constexpr const char* kSydney = "AEST-10AEDT,M10.1.0,M4.1.0/3";
 
-constexpr int kLengths[] = {0, 1, 60, 3600, 86400}; // of units up to `Day`
-
-/// The time of "2024-03-05 06:07:08" in the zone that is set. The year may be left out, and so may
-/// all from the hour, the minute or the second on.
+// The time of "2024-03-05 06:07:08" in the zone that is set. The year may be left out, and so may
+// all from the hour, the minute or the second on.
 inline long At(const std::string& text) {
     std::tm f = {};
     std::sscanf((text[2] == '-' ? "2024-" + text : text).c_str(), "%d-%d-%d %d:%d:%d", &f.tm_year,
@@ -40,7 +37,7 @@ inline std::string Text(const std::tm& f) {
 
 inline std::string Text(long t) { return Text(FieldsOf(t)); }
 
-/// The bytes of the pairs of hexadecimal digits in a text, then zeros up to `size`.
+// The bytes of the pairs of hexadecimal digits in a text, then zeros up to `size`.
 inline std::string Bytes(const std::string& text, size_t size = 0) {
     std::string bytes;
     for (size_t at = 0; (at = text.find_first_of("0123456789ABCDEF", at)) != text.npos; at += 2)
