@@ -190,8 +190,9 @@ protected:
     void SetUp() override {
         if (master == -1 || grantpt(master) != 0 || unlockpt(master) != 0)
             GTEST_SKIP() << "no pseudo-terminals here: " << std::strerror(errno);
-        slave = open(ptsname(master), O_RDWR | O_NOCTTY);
         ASSERT_EQ(0, symlink(ptsname(master), device.Path("/dev/pts/2").c_str()));
+        slave = open("/dev/pts/2", O_RDWR | O_NOCTTY);
+        ASSERT_NE(-1, slave);
         Way(WAY_TTYP2);
     }
     void TearDown() override {
