@@ -194,7 +194,7 @@ std::multiset<std::string> WholeLines(const std::string& text, const char* stamp
             ADD_FAILURE() << "torn: " << line.substr(0, 200);
         lines.insert(body);
     }
-    EXPECT_TRUE(text.empty() || text.back() == '\n');
+    EXPECT_EQ('\n', text.empty() ? '\n' : text.back());
     return lines;
 }
 
