@@ -1,6 +1,5 @@
-/// \file
-/// The kernel's clock, set to a whole second. `stime` is what the terminal's libc has for it;
-/// glibc gave it up in 2.31 for `clock_settime`, the call of POSIX.
+// The kernel's clock, set to a whole second. The terminal's libc has `stime` for it; glibc dropped
+// that call in 2.31 for POSIX's `clock_settime`.
 #ifndef MAVKIT_PLATFORM_SETCLOCK_H
 #define MAVKIT_PLATFORM_SETCLOCK_H
 
@@ -8,8 +7,8 @@
 
 namespace mavkit {
 
-/// Sets the system clock to `t`; 0, or -1 with the error number set.
-inline int SetClock(time_t t) {
+// Sets the system clock to `t`; 0, or -1 with the error number set.
+inline int SetClock(std::time_t t) {
 #ifdef MAVKIT_HAVE_STIME
     return stime(&t);
 #else

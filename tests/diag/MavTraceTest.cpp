@@ -222,7 +222,7 @@ TEST_F(PseudoTerminalTest, ShowsMessages) {
 }
 
 TEST_F(PseudoTerminalTest, NeitherStopsNorKillsTheProcess) {
-    EXPECT_TRUE(Succeeded(Start([this] {
+    const pid_t child = Start([this] {
         alarm(20);
         setsid(); // as a resident process does
         MavTrace(1, 0)("line\n");
@@ -240,7 +240,8 @@ TEST_F(PseudoTerminalTest, NeitherStopsNorKillsTheProcess) {
             text.append(some, count > 0 ? static_cast<std::size_t>(count) : 0);
         }
         return true;
-    })));
+    });
+    EXPECT_TRUE(Succeeded(child));
 }
 
 TEST_F(MavTraceTest, Rotation) {

@@ -42,7 +42,7 @@ protected:
 };
 
 TEST_F(CardTest, FullCardDropsMessagesAndRecovers) {
-    EXPECT_TRUE(Succeeded(Start([this] {
+    const pid_t child = Start([this] {
         const bool mounted = MountCard(device);
         device.Write(source, std::string(9000, 's'));
         GENERAL_LOG("before\n");
@@ -83,13 +83,14 @@ TEST_F(CardTest, FullCardDropsMessagesAndRecovers) {
             EXPECT_EQ(entries + "03-05 06:07:08\troom\n", device.GeneralLog());
         }
         return true;
-    })));
+    });
+    EXPECT_TRUE(Succeeded(child));
 }
 
 TEST_F(CardTest, ReadOnlyCard) {
     if (!Succeeded(Start([this] { return MountCard(device); })))
         GTEST_SKIP() << "no file system can be mounted here";
-    EXPECT_TRUE(Succeeded(Start([this] {
+    const pid_t child = Start([this] {
         const std::string card = device.Path("/mnt");
         EXPECT_TRUE(MountCard(device));
         device.Write(source, "s");
@@ -105,7 +106,8 @@ TEST_F(CardTest, ReadOnlyCard) {
         ShareMem region;
         region.Init("/mnt/region", 8, nullptr, nullptr, nullptr);
         return region.base == nullptr;
-    })));
+    });
+    EXPECT_TRUE(Succeeded(child));
 }
 
 TEST_F(CardTest, DescriptorsUsedUp) {
