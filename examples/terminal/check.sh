@@ -160,10 +160,10 @@ shows 1 'not finished'
 receive
 receiver=$!
 until grep -q ' 101 ' "$work/received"; do sleep 0.01; done
-for look in 1 2 3 4 5 6 7 8 9 10; do
+for look in 1 2 3 4; do
     "$bin/uplink" show "$here" "$region" >"$work/out" 2>&1 || complain "look $look beside a writer"
 done
-kill -9 $receiver
+kill -9 $receiver 2>/dev/null # a slow machine may be at its end by now
 wait
 shows 0 '^The last record, dumped'
 # One damaged slot, whichever: the other one is shown. With both damaged there is no reading, and

@@ -119,7 +119,8 @@ TEST_F(DirScanTest, ReportsEveryEntryDownToTheLimit) {
             EXPECT_EQ(home, fs::current_path());
         }
     EXPECT_EQ(Entries{}, Unopened());
-    EXPECT_FALSE(DirScan(nullptr).Scan(Record, this, -1) || DirScan("/").Scan(nullptr, this, -1));
+    EXPECT_FALSE(DirScan(nullptr).Scan(Record, this, -1));
+    EXPECT_FALSE(DirScan("/").Scan(nullptr, this, -1));
 }
 
 TEST_F(DirScanTest, TheTreeMayChangeUnderTheScan) {
@@ -230,8 +231,8 @@ TEST_F(DirScanTest, ScanDirAloneEndsInTheParent) {
         EXPECT_EQ(root, fs::current_path()); // not moved
         fs::current_path("/");
     }
-    EXPECT_FALSE(DirScan::ScanDir(nullptr, 0, Record, this, -1) ||
-                 DirScan::ScanDir("/", 0, nullptr, nullptr, -1));
+    EXPECT_FALSE(DirScan::ScanDir(nullptr, 0, Record, this, -1));
+    EXPECT_FALSE(DirScan::ScanDir("/", 0, nullptr, nullptr, -1));
     // Below "/" no slash is doubled.
     const auto look = [](int depth, bool, const char* directory, const char*, void*) {
         EXPECT_NE('/', directory[1]);
@@ -241,11 +242,11 @@ TEST_F(DirScanTest, ScanDirAloneEndsInTheParent) {
     // The directory that was asked for may be a link to it.
     fs::create_directory_symlink("a", root + "/link");
     int depth = -1;
-    const auto note = [](int at, bool, const char*, const char*, void* deepest) {
+    const auto recordDepth = [](int at, bool, const char*, const char*, void* deepest) {
         *static_cast<int*>(deepest) = at;
         return true;
     };
-    EXPECT_TRUE(DirScan::ScanDir((root + "/link").c_str(), 0, note, &depth, -1));
+    EXPECT_TRUE(DirScan::ScanDir((root + "/link").c_str(), 0, recordDepth, &depth, -1));
     EXPECT_EQ(1, depth);
     fs::current_path(home);
 }
@@ -268,7 +269,8 @@ TEST_F(DirScanTest, SplitsAPath) {
     };
     fs::current_path(d);
     DirScan scan(nullptr);
-    EXPECT_TRUE(scan.root == nullptr && scan.filePart == nullptr);
+    EXPECT_EQ(nullptr, scan.root);
+    EXPECT_EQ(nullptr, scan.filePart);
     for (const auto& c : cases) {
         scan.ParsePath(c.path.c_str());
         scan.ParsePath(nullptr); // changes nothing
@@ -281,7 +283,8 @@ TEST_F(DirScanTest, SplitsAPath) {
     scan.ParsePath(scan.root);
     EXPECT_STREQ(d.c_str(), scan.root);
     EXPECT_TRUE(DirScan::IsDir(scan.root));
-    EXPECT_FALSE(DirScan::IsDir(nullptr) || DirScan::IsDir("") || DirScan::IsDir("../l"));
+    for (const char* path : {none, "", "../l"})
+        EXPECT_FALSE(DirScan::IsDir(path)) << (path != nullptr ? path : "(null)");
     Device::Fail("getcwd", ENOENT);
     Device::Fail("open", EMFILE);
     EXPECT_EQ(nullptr, DirScan("..").root); // there would be no way back
