@@ -314,6 +314,11 @@ WRAP_FAULT(size_t, fread, "fread", 0, (void* p, size_t n, size_t m, FILE* f), (p
 WRAP_FAULT(size_t, fwrite, "fwrite", 0, (const void* p, size_t n, size_t m, FILE* f), (p, n, m, f))
 WRAP_FAULT(int, vfprintf, "vfprintf", -1, (FILE * f, const char* format, va_list args),
            (f, format, args))
+// Compilers and libcs turn it into the call above, or do not.
+WRAPPED(int, vprintf, "vprintf", (const char* format, va_list args)) {
+    return FAILS("vfprintf") ? -1 : Real_vfprintf(stdout, format, args);
+}
+
 WRAP_FAULT(char*, fgets, "fgets", nullptr, (char* text, int n, FILE* f), (text, n, f))
 WRAP_FAULT(int, msgget, "msgget", -1, (key_t key, int flags), (key, flags))
 WRAP_FAULT(int, msgsnd, "msgsnd", -1, (int id, const void* p, size_t n, int flags),
