@@ -114,7 +114,12 @@ interrupted
 letter=$(sed -n 's/^queue=\(.\)$/\1/p' "$here/terminal.conf")
 key=$(($(printf '%d' "'$letter") << 24 | ($(stat -c %d /root) & 255) << 16 |
     ($(stat -c %i /root) & 65535)))
-no_queue() { ! grep -q "^ *$key " /proc/sysvipc/msg 2>/dev/null || complain "a queue is left"; }
+no_queue() { # asked while no other demonstration runs
+    (
+        flock 9
+        ! grep -q "^ *$key " /proc/sysvipc/msg 2>/dev/null
+    ) 9</ || complain "a queue is left"
+}
 no_queue
 
 # Two at once: the second one says that it waits, and both have everything.
@@ -179,6 +184,16 @@ cp "$work/damaged" "$region"
 receive
 wait
 shows 0 '2024-03-05 20:02:11    107     2653.36'
+# A card that is full part way through a new region.
+(
+    trap '' XFSZ
+    ulimit -f 4
+    exec "$bin/uplink" receive "$here" "$work/full"
+) >"$work/out" 2>&1
+status=$?
+[ $status -eq 1 ] || complain "a full card: status $status"
+grep -q 'the region cannot be created' "$work/out" || complain "a full card is not reported"
+exec 9<&-
 no_queue
 
 [ $failures -eq 0 ] && echo "The demonstration holds."

@@ -52,20 +52,6 @@ if [ "$private" = private ]; then
     sh -c "$terminal" || exit 1
 fi
 
-# The key of the queue is the same for the whole machine, so the lock is on what the whole machine
-# has. It ends with the last process that has it open, however that ends.
-if [ "$private" != private ] && command -v flock >/dev/null 2>&1; then
-    exec 9</
-    waited=0
-    while flock -n 9; [ $? -eq 1 ]; do
-        [ $waited -ne 0 ] ||
-            echo "Another demonstration runs on this machine; this one waits for its end." >&2
-        [ $waited -lt 60 ] || fail "the other demonstration still runs"
-        sleep 1
-        waited=$((waited + 1))
-    done
-fi
-
 scratch=
 collector=
 uplink=
@@ -87,6 +73,20 @@ trap 'exit 130' INT
 trap 'exit 131' QUIT
 trap 'exit 141' PIPE
 trap 'exit 143' TERM
+# The key of the queue is the same for the whole machine, so the lock is on what the whole machine
+# has. It ends with the last process that has it open, however that ends.
+if [ "$private" != private ] && command -v flock >/dev/null 2>&1; then
+    exec 9</
+    waited=0
+    while flock -n 9; [ $? -eq 1 ]; do
+        [ $waited -ne 0 ] ||
+            echo "Another demonstration runs on this machine; this one waits for its end." >&2
+        [ $waited -lt 60 ] || fail "the other demonstration still runs"
+        sleep 1
+        waited=$((waited + 1))
+    done
+fi
+
 scratch=$(mktemp -d) || exit 1
 
 # Removes a queue that a killed run has left; also the first look at the configuration.
