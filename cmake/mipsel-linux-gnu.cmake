@@ -1,6 +1,6 @@
-# MIPS32 little-endian as Debian cross-compiles it (package g++-mipsel-linux-gnu): the terminal's own
-# ABI, with 32-bit long, pointers and time_t. Programs of the build run under qemu-user, so the suite
-# and the demonstration run on any machine. docs/porting.md tells how to name another toolchain.
+# MIPS32 little-endian as Debian cross-compiles it (package g++-mipsel-linux-gnu): the terminal's
+# own ABI, with 32-bit long, pointers and time_t. Programs of the build run under qemu-user, so the
+# suite and the demonstration run on any machine. docs/porting.md describes other toolchains.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR mipsel)
 

@@ -3,15 +3,15 @@
 # builds and runs programs against what was packed. For this machine that is Debian packages and a
 # tarball, for the target (built as PRESET says) a tarball.
 #
-# CMake says what goes into a package. It is packed here once more, in sorted order, with the date of
-# the release on every file and with the same permissions for every umask: the same sources always
-# give the same bytes.
+# CMake says what goes into a package. It is packed here once more, in sorted order, with the date
+# of the release on every file and with the same permissions for every umask: the same sources
+# always give the same bytes.
 set -eu
 umask 022
 kind=${1:-host} preset=${2-}
 root=$(pwd -P)
 out=$root/build/packages
-build=$root/build/package-$kind
+build=$root/build/package-${preset:-host}
 if [ -z "${SOURCE_DATE_EPOCH-}" ]; then
     release=$(sed -n '/^## \[[0-9]/{s/.* - //p;q;}' CHANGELOG.md)
     SOURCE_DATE_EPOCH=$(date -u -d "$release" +%s)
@@ -61,7 +61,8 @@ quietly cmake --build "$build"
 rm -rf "$build/packed"
 cached() { sed -n "s/^$1:[A-Z]*=//p" "$build/CMakeCache.txt"; }
 version=$(cached CMAKE_PROJECT_VERSION)
-cxx=$(sed -n 's/^set(CMAKE_CXX_COMPILER "\(.*\)")/\1/p' "$build"/CMakeFiles/*/CMakeCXXCompiler.cmake)
+cxx=$(sed -n 's/^set(CMAKE_CXX_COMPILER "\(.*\)")/\1/p' \
+    "$build"/CMakeFiles/*/CMakeCXXCompiler.cmake)
 strip=$(cached CMAKE_STRIP)
 triple=$(basename "$cxx" -g++)
 [ "$kind" = target ] || triple=$(dpkg-architecture -q DEB_HOST_MULTIARCH)
@@ -157,7 +158,7 @@ for deb in "$build"/packed/*.deb; do
     cp "$scratch/changelog.gz" "$tree/usr/share/doc/$package/"
     find "$tree/usr/share" -path '*/man/*' -type f ! -name '*.gz' -exec gzip -9n {} +
     if [ -f "$tree/DEBIAN/shlibs" ]; then
-        # The dynamic linker's cache is brought up to date by Debian's trigger instead of by scripts.
+        # Debian's trigger brings the dynamic linker's cache up to date, instead of scripts.
         rm "$tree/DEBIAN/postinst" "$tree/DEBIAN/postrm"
         echo "activate-noawait ldconfig" >"$tree/DEBIAN/triggers"
         (cd "$tree" && mkdir debian && echo "Source: mavkit" >debian/control &&
@@ -167,7 +168,8 @@ for deb in "$build"/packed/*.deb; do
     sh cmake/sbom.sh "$tree" "$package" "$version" "$(dpkg-deb -f "$deb" Depends)" \
         >"$tree/usr/share/doc/$package/$package.spdx.json"
     (cd "$tree" && find usr -type f -print0 | sort -z | xargs -0 md5sum >DEBIAN/md5sums)
-    sed -i "s/^Installed-Size: .*/Installed-Size: $(du -sk --apparent-size "$tree/usr" | cut -f1)/" \
+    size=$(du -sk --apparent-size "$tree/usr" | cut -f1)
+    sed -i "s/^Installed-Size: .*/Installed-Size: $size/" \
         "$tree/DEBIAN/control"
     chmod -R u=rwX,go=rX "$tree"
     find "$tree" -exec touch -h -d "@$SOURCE_DATE_EPOCH" {} +
@@ -175,7 +177,8 @@ for deb in "$build"/packed/*.deb; do
 done
 check_paths "$scratch/deb"
 say "Checking the packages"
-quietly lintian --allow-root --suppress-tags no-manual-page --fail-on error,warning "$out"/*_"$architecture.deb"
+quietly lintian --allow-root --suppress-tags no-manual-page --fail-on error,warning \
+    "$out"/*_"$architecture.deb"
 
 # The scratch system has no libc6, and need not be one of this machine's kind.
 system=$scratch/system

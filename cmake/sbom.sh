@@ -1,7 +1,7 @@
 #!/bin/sh
-# sbom.sh TREE NAME VERSION DEPENDS: the SPDX 2.3 bill of materials of the files under TREE, as JSON on
-# standard output. DEPENDS: a Debian list such as "libc6 (>= 2.34), libstdc++6". SOURCE_DATE_EPOCH is
-# its date, so the same files always give the same bill.
+# sbom.sh TREE NAME VERSION DEPENDS: the SPDX 2.3 bill of materials of the files under TREE, as JSON
+# on standard output. DEPENDS: a Debian list such as "libc6 (>= 2.34), libstdc++6".
+# SOURCE_DATE_EPOCH is its date, so the same files always give the same bill.
 set -eu
 tree=$1 name=$2 version=$3 depends=$4
 work=$(mktemp -d)
@@ -73,7 +73,8 @@ FILENAME == ARGV[1] { relate("Package", "CONTAINS", "File-" FNR) }
 FILENAME == ARGV[2] { relate("Package", "DEPENDS_ON", "Needed-" FNR) }
 ' "$work/sums" "$work/depends"
 cat <<'END'
-    {"spdxElementId": "SPDXRef-DOCUMENT", "relationshipType": "DESCRIBES", "relatedSpdxElement": "SPDXRef-Package"}
+    {"spdxElementId": "SPDXRef-DOCUMENT", "relationshipType": "DESCRIBES",
+     "relatedSpdxElement": "SPDXRef-Package"}
   ]
 }
 END

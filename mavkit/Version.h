@@ -1,7 +1,7 @@
 /// \file
-/// Which mavkit this is. The macros are the version of the headers that a program was compiled with;
-/// `mavkit_version` is that of the library that it runs with, which may be a later one of the same
-/// major version. What may change from one to the next is described in docs/versions.md.
+/// Which mavkit this is. The macros are the version of the headers that a program was compiled
+/// with; `mavkit_version` is that of the library that it runs with, which may be a later one of the
+/// same major version. What may change from one to the next is described in docs/versions.md.
 #ifndef MAVKIT_VERSION_H
 #define MAVKIT_VERSION_H
 

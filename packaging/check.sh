@@ -1,8 +1,8 @@
 #!/bin/sh
-# check.sh: what can be known of the recipes without the build systems that they are for. All name the
-# version and the licence of this tree; Buildroot's and OpenWrt's are read by make, with stand-ins for
-# what those systems define, and their options and file lists are tried on a build. Run it at the root
-# of the tree.
+# check.sh: checks of the recipes what can be checked without the build systems that they are for.
+# All have to name the version and the licence of this tree. make reads Buildroot's and OpenWrt's,
+# with stand-ins for what those systems define, and their options and file lists are tried on a
+# build. Run it at the root of the tree.
 set -eu
 work=$(mktemp -d)
 trap 'rm -rf -- "$work"' EXIT

@@ -28,7 +28,8 @@ while read -r program argument; do
             echo "FAILED: $program $argument"
             failures=$((failures + 1))
         }
-        sed 's/ *$//' "$work/log" >"$work/shown/$program${argument:+_$argument}" # no blanks at line ends
+        # No blanks at line ends.
+        sed 's/ *$//' "$work/log" >"$work/shown/$program${argument:+_$argument}"
         rm -r "$work/run"
         ;;
     esac

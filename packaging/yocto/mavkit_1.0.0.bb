@@ -7,8 +7,8 @@ LIC_FILES_CHKSUM = "file://LICENSE;md5=45ce462554a79b5437ee3c111bd4983f"
 
 inherit cmake externalsrc
 
-# The sources are the tree that this recipe stands in. Where it is copied into a layer, name the tree
-# in the configuration: EXTERNALSRC:pn-mavkit = "/path/to/mavkit".
+# The sources are the tree that this recipe stands in. Where it is copied into a layer, name the
+# tree in the configuration: EXTERNALSRC:pn-mavkit = "/path/to/mavkit".
 EXTERNALSRC ?= "${THISDIR}/../.."
 EXTERNALSRC_BUILD ?= "${WORKDIR}/build"
 

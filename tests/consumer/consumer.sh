@@ -107,7 +107,8 @@ check pkg-config "$work/pc-shared" shared
 awk '/^```/ { code = $0 == "```cpp"; next } code' README.md >"$work/first.cpp"
 quietly g++ -std=c++17 -I. "$work/first.cpp" "$build/libmavkit.a" -o "$work/first.program"
 quietly "$work/first.program"
-lines=$(grep -cx 'kor(.*):next reading at .*\|kor(.*):45 23 01 crc 31061\|first: 123.45 kWh' "$work/log")
+lines=$(grep -cx -e 'kor(.*):next reading at .*' -e 'kor(.*):45 23 01 crc 31061' \
+    -e 'first: 123.45 kWh' "$work/log")
 [ "$lines" -eq 3 ] || fail "README.md's program prints something else: $(cat "$work/log")"
 
 # --- In the tree of another project: in a shared object of its own, and exported for others.
