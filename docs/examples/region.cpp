@@ -31,9 +31,9 @@ static unsigned int CrcOf(const Slot& slot) {
 static int Newest(const unsigned char* region, Slot* newest) {
     int found = -1;
     std::memset(newest, 0, sizeof *newest);
-    for (int i = 0; i < 2; ++i) {
+    for (int i = 0; i < 2; ++i, region += kSlotSize) {
         Slot slot;
-        std::memcpy(&slot, region + i * kSlotSize, sizeof slot);
+        std::memcpy(&slot, region, sizeof slot);
         if (std::memcmp(slot.magic, kMagic, sizeof kMagic) == 0 && slot.crc == CrcOf(slot) &&
             slot.number > newest->number) {
             *newest = slot;
@@ -82,12 +82,12 @@ static void CountStart(const char* path) {
     if (region.base == nullptr)
         return; // the general log has the reason
     Slot slot;
-    const int other = Newest(region.base, &slot) == 0 ? 1 : 0;
+    const bool isFirst = Newest(region.base, &slot) == 0;
     std::memcpy(slot.magic, kMagic, sizeof kMagic);
     ++slot.number;
     ++slot.starts;
     slot.crc = CrcOf(slot);
-    unsigned char* const at = region.base + other * kSlotSize;
+    unsigned char* const at = region.base + (isFirst ? kSlotSize : 0);
     std::memcpy(at, &slot, sizeof slot);
     region.Save(at, sizeof slot, false, false); // in the file before the other slot is touched
 }

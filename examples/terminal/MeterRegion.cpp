@@ -43,9 +43,9 @@ Slot NewSlot(unsigned int number, const MeterTable& table) {
 // writer may overwrite the slot at any moment. Returns its index, -1 when no slot is whole.
 int CopyLatest(const unsigned char* region, Slot* latest) {
     int found = -1;
-    for (int i = 0; i < 2; ++i) {
+    for (int i = 0; i < 2; ++i, region += kSlotSize) {
         Slot slot;
-        std::memcpy(static_cast<void*>(&slot), region + i * kSlotSize, sizeof slot);
+        std::memcpy(static_cast<void*>(&slot), region, sizeof slot);
         const bool whole = std::memcmp(slot.magic, kMagic, sizeof kMagic) == 0 &&
                            slot.crc == CrcOf(slot) && slot.table.count <= MeterTable::kRoom;
         if (whole && (found < 0 || slot.number > latest->number)) {
@@ -158,9 +158,9 @@ bool MeterRegion::Read(MeterTable* table) const {
 
 bool MeterRegion::Write(const MeterTable& table) {
     Slot latest = {};
-    const int other = CopyLatest(region_.base, &latest) == 0 ? 1 : 0;
+    const bool isFirst = CopyLatest(region_.base, &latest) == 0;
     const Slot slot = NewSlot(latest.number + 1, table);
-    unsigned char* const at = region_.base + other * kSlotSize;
+    unsigned char* const at = region_.base + (isFirst ? kSlotSize : 0);
     std::memcpy(at, &slot, sizeof slot);
     return region_.Save(at, sizeof slot, false, false); // on the card before this returns
 }
