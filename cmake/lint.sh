@@ -6,6 +6,13 @@ files() { # DIRECTORY... CONDITION
     find "$@" -type f | sort
 }
 
+echo "line width"
+# shellcheck disable=SC2046 # file names here have no blanks
+awk 'length($0) > 100 { print FILENAME ":" FNR ": " length($0) " columns"; wide = 1 }
+    END { exit wide }' run .ci/run CMakeLists.txt $(files bench cmake docs examples machine mavkit \
+    packaging tests tools \( -name '*.cpp' -o -name '*.h' -o -name '*.sh' -o -name '*.py' \
+    -o -name '*.awk' -o -name '*.cmake' -o -name CMakeLists.txt \)) || status=1
+
 echo "clang-format"
 # shellcheck disable=SC2046 # file names here have no blanks
 clang-format --dry-run --Werror $(files bench docs examples mavkit tests tools \

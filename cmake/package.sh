@@ -177,7 +177,7 @@ for deb in "$build"/packed/*.deb; do
 done
 check_paths "$scratch/deb"
 say "Checking the packages"
-quietly lintian --allow-root --suppress-tags no-manual-page --fail-on error,warning \
+quietly lintian --allow-root --fail-on error,warning \
     "$out"/*_"$architecture.deb"
 
 # The scratch system has no libc6, and need not be one of this machine's kind.
