@@ -19,8 +19,8 @@
 
 namespace bench {
 
-/// A size: what the table prints, and the number of bytes, bits or entries that the cost is compared
-/// with to see how it grows (0: nothing grows).
+/// A size: what the table prints, and the number of bytes, bits or entries that the cost is
+/// compared with to see how it grows (0: nothing grows).
 struct Size {
     const char* label;
     double units;

@@ -1,5 +1,5 @@
-// The host's program: Google Benchmark times the cases; with --count, under callgrind, each is run a
-// few times between two dumps of the instruction counts.
+// The host's program: Google Benchmark times the cases; with --count, under callgrind, each is run
+// a few times between two dumps of the instruction counts.
 #include "Bench.h"
 #include "peers/Peers.h"
 

@@ -23,7 +23,8 @@ std::size_t Pick();
 
 Record Pack(long year, long month, long day, long hour, long minute, long second);
 
-/// Adds one way to do a job; `value(i)` gives its result for sample i, to be equal to `expected(i)`.
+/// Adds one way to do a job; `value(i)` gives its result for sample i, to be equal to
+/// `expected(i)`.
 template <typename Value, typename Expected>
 void AddHand(const char* job, const char* size, const char* who, Value value, Expected expected) {
     for (std::size_t i = 0; i < kCount; ++i) {

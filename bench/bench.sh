@@ -7,8 +7,11 @@ out=build/bench
 case ${1:-} in
 --count*)
     rm -f "$out"/callgrind.*
-    valgrind --tool=callgrind --callgrind-out-file="$out/callgrind.%p" "$out/bench/mavkit_bench" "$1" \
-        >"$out/count.log" 2>&1 || { cat "$out/count.log" >&2; exit 1; }
+    valgrind --tool=callgrind --callgrind-out-file="$out/callgrind.%p" \
+        "$out/bench/mavkit_bench" "$1" >"$out/count.log" 2>&1 || {
+        cat "$out/count.log" >&2
+        exit 1
+    }
     exec python3 bench/table.py --count "$out/callgrind.*.*"
     ;;
 esac

@@ -13,7 +13,8 @@ def measured(path):
     with open(path, encoding="utf-8") as file:
         data = json.load(file)
     kinds = {"median": {}, "stddev": {}}
-    for one in sorted(data["benchmarks"], key=lambda one: one["run_name"]): # as the program lists them
+    # As the program lists them.
+    for one in sorted(data["benchmarks"], key=lambda one: one["run_name"]):
         rows = kinds.get(one.get("aggregate_name"))
         if rows is None:
             continue
@@ -110,7 +111,8 @@ def growth(rows):
     for (job, size, units), row in rows.items():
         if units and "ours" in row:
             kind = re.sub(r"^[\d,.]+ \S+ ?", "", size) # "sparse" of "1 Mi sparse"
-            jobs.setdefault((re.sub(r" [\d,.]+ \S*B$", "", job), kind), []).append((units, row["ours"]))
+            name = re.sub(r" [\d,.]+ \S*B$", "", job)
+            jobs.setdefault((name, kind), []).append((units, row["ours"]))
     print("\nGrowth (ours): size x, cost x")
     for (job, kind), points in jobs.items():
         points.sort()

@@ -1,6 +1,6 @@
-# MIPS32 little-endian by a toolchain with a sysroot of its own. The file that includes this one sets
-# `libc`. The toolchain is the folder in the environment's MAVKIT_UCLIBC or MAVKIT_MUSL, which any
-# vendor or Buildroot may have made; without it the one that machine/<libc>-toolchain.sh builds.
+# MIPS32 little-endian by a toolchain with a sysroot of its own. The file that includes this one
+# sets `libc`. The toolchain is the folder in the environment's MAVKIT_UCLIBC or MAVKIT_MUSL, which
+# any vendor or Buildroot may have made; without it the one that machine/<libc>-toolchain.sh builds.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR mipsel)
 

@@ -1,6 +1,6 @@
-# Makes the links between the pages work in the reference as they do where the pages are read as they
-# are: a heading gets the anchor that its text gives (lower case, blanks as dashes, no punctuation),
-# behind the name of its page.
+# Makes the links between the pages work in the reference as they do where the pages are read as
+# they are: a heading gets the anchor that its text gives (lower case, blanks as dashes, no
+# punctuation), behind the name of its page.
 FNR == 1 {
     page = FILENAME
     sub(/^.*\//, "", page)

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
-"""The size of the target's shared library, facility by facility, from the linker's map; and what two
-tiny programs take of the static one. Ends with 1 when a limit is passed or a program takes too much."""
+"""The size of the target's shared library, facility by facility, from the linker's map; and what
+two tiny programs take of the static one. Ends with 1 when a limit is passed or a program takes too
+much."""
 
 import os
 import re
@@ -13,7 +14,8 @@ LIMIT_CODE, LIMIT_DATA = 48 * 1024, 4 * 1024
 # The sections by what they are to the device: code, constants, tables for exceptions, names for the
 # loader, data that is written.
 KINDS = {"code": r"\.text|\.init|\.fini|\.MIPS\.stubs", "constants": r"\.rodata|\.data\.rel\.ro",
-         "unwinding": r"\.eh_frame|\.gcc_except_table", "data": r"\.data|\.sdata|\.got|\.(init|fini)_array",
+         "unwinding": r"\.eh_frame|\.gcc_except_table",
+         "data": r"\.data|\.sdata|\.got|\.(init|fini)_array",
          "bss": r"\.s?bss"}
 
 

@@ -1,6 +1,6 @@
-// The target's program: runs each case between two marks, calls of a system call that fails at once.
-// The emulator's plugin counts what lies between them, and standard output names the cases in the
-// same order. With --clock the program prints nanoseconds instead, for a machine whose clock
+// The target's program: runs each case between two marks, calls of a system call that fails at
+// once. The emulator's plugin counts what lies between them, and standard output names the cases in
+// the same order. With --clock the program prints nanoseconds instead, for a machine whose clock
 // advances by instructions. An argument TEXT chooses the cases with TEXT in their names.
 #include "Bench.h"
 

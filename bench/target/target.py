@@ -44,8 +44,8 @@ class Row:
 
 
 def rows_of(lines):
-    """{(job, size): Row} of lines NUMBER|JOB|SIZE|UNITS|WAY|TIMES|INSTRUCTIONS CALLS; the first line
-    is what a loop takes that does nothing."""
+    """{(job, size): Row} of lines NUMBER|JOB|SIZE|UNITS|WAY|TIMES|INSTRUCTIONS CALLS; the first
+    line is what a loop takes that does nothing."""
     rows, nothing = {}, None
     for line in lines:
         _, job, size, units, way, times, counts = line.split("|")
@@ -87,7 +87,8 @@ def count_with_kernel(build, kernel, text):
         initrd = pathlib.Path(folder) / "initrd"
         initrd.write_bytes(archive.bytes())
         done = subprocess.run(
-            [*QEMU, "-nographic", "-icount", "shift=2", "-rtc", "base=2024-03-05,clock=vm", "-kernel", kernel, "-initrd", initrd,
+            [*QEMU, "-nographic", "-icount", "shift=2", "-rtc", "base=2024-03-05,clock=vm",
+             "-kernel", kernel, "-initrd", initrd,
              "-append", " ".join(["console=ttyS0 quiet panic=-1 norandmaps -- --clock", *text])],
             stdin=subprocess.DEVNULL, check=True, capture_output=True, text=True)
     lines = re.findall(r"^\d{3}\|.*\|\d+\|\d+\r?$", done.stdout.replace("\r", ""), re.M)
@@ -128,7 +129,8 @@ def user_table(rows):
         value = {"whole": ours, "byte": byte, "floor": ours / floor if floor else None}.get(kind)
         small = kind == "byte" and row.units / UNITS[row.job] < 1024  # the call itself weighs more
         aim = "" if value is None or small else \
-            {"whole": f"{limit:g}", "byte": f"{limit:g} a byte", "floor": f"{limit:g} x floor"}[kind]
+            {"whole": f"{limit:g}", "byte": f"{limit:g} a byte",
+             "floor": f"{limit:g} x floor"}[kind]
         lines.append([row.job, row.size, number(ours), number(floor) if floor else "-",
                       f"{ours / floor:.2f}" if floor else "-",
                       f"{byte:.2f}" if byte else "-",
@@ -191,7 +193,7 @@ def grown(text, name, rows):
 def main():
     parser = argparse.ArgumentParser(prog="./run bench target", description=__doc__)
     parser.add_argument("--check", action="store_true",
-                        help="end with 1 when a row takes over 3%% more than docs/performance.md says")
+                        help="end with 1 when a row takes over 3%% more than the page says")
     parser.add_argument("--keep", action="store_true",
                         help="write the tables into docs/performance.md")
     parser.add_argument("text", nargs="?", help="take only the jobs with TEXT in their names")

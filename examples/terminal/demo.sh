@@ -1,7 +1,7 @@
 #!/bin/sh
-# demo.sh [--here] BINDIR [DIR]: runs collector and uplink, from BINDIR, on the terminal.conf and the
-# frames of DIR (this folder's own without one). Exit status 0 when every reading that was sent has
-# arrived and the region with the last ones was found again.
+# demo.sh [--here] BINDIR [DIR]: runs collector and uplink, from BINDIR, on the terminal.conf and
+# the frames of DIR (this folder's own without one). Exit status 0 when every reading that was sent
+# has arrived and the region with the last ones was found again.
 #
 # Where it may, it runs in namespaces of its own: the terminal's directories are then a tmpfs that
 # only the demonstration sees, and the queue is one that no other process can reach. With --here it

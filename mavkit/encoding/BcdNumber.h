@@ -28,8 +28,8 @@
 ///
 /// The conversions from a double go through libc's "%f". On a tie (0.125 to two decimals) glibc and
 /// musl round to even, uClibc rounds up; and uClibc has at most 17 significant digits and writes
-/// zeros for the others. A number of at most 15 digits gives the same bytes on every libc when it is
-/// written to a layout of at most 15 digits that has all its decimals.
+/// zeros for the others. A number of at most 15 digits gives the same bytes on every libc when it
+/// is written to a layout of at most 15 digits that has all its decimals.
 
 #ifndef MAVKIT_ENCODING_BCDNUMBER_H
 #define MAVKIT_ENCODING_BCDNUMBER_H

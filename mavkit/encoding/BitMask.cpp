@@ -39,8 +39,8 @@ void UnitePair(unsigned char* to, const unsigned char* from) {
     pair[1].value = second;
 }
 
-// The number of set bits in each half byte of a word, side by side. Inline where the target is built
-// for size too: a call would cost as much as the count.
+// The number of set bits in each half byte of a word, side by side. Inline where the target is
+// built for size too: a call would cost as much as the count.
 inline __attribute__((always_inline)) Word CountInHalves(Word word) {
     word -= word >> 1 & kAllBits / 3;
     return (word & kAllBits / 5) + (word >> 2 & kAllBits / 5);
@@ -179,8 +179,9 @@ bool BitMask::IsEnabled(unsigned int bit) const {
 }
 
 unsigned int BitMask::EnableCount() const {
-    // Counts are kept side by side in one word as long as they fit: of three words in its half bytes
-    // (3 x 4), of ten times three words in its bytes (30 x 8), together with an incomplete word.
+    // Counts are kept side by side in one word as long as they fit: of three words in its half
+    // bytes (3 x 4), of ten times three words in its bytes (30 x 8), together with an incomplete
+    // word.
     constexpr std::size_t kRound = 3 * kWordBytes;
     constexpr Word kPairs = kAllBits / 0xFFFF * 0xFF;
     const unsigned char* next = bits.data();

@@ -1,5 +1,5 @@
-// Unsigned 32-bit numbers in byte buffers, least significant byte first. Private to the library: the
-// bit masks and the request records share it.
+// Unsigned 32-bit numbers in byte buffers, least significant byte first. Private to the library:
+// the bit masks and the request records share it.
 #ifndef MAVKIT_ENCODING_LITTLEENDIAN_H
 #define MAVKIT_ENCODING_LITTLEENDIAN_H
 

@@ -66,7 +66,8 @@ unsigned int DotsBetween(const char* from, const char* to, unsigned int radix) {
     long end = 0;
     Time_BCDTime7TotTime(from, &start);
     Time_BCDTime7TotTime(to, &end);
-    // From 1901 to 2038 there are more seconds than a 32-bit long holds: the difference is unsigned.
+    // From 1901 to 2038 there are more seconds than a 32-bit long holds: the difference is
+    // unsigned.
     return start < end ? (static_cast<unsigned int>(end) - static_cast<unsigned int>(start)) / step
                        : 0;
 }

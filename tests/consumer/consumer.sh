@@ -86,7 +86,8 @@ check CMake "$work/shared" shared
 with_cmake component -DBUILD_SHARED_LIBS=ON -DKIND=static
 check "CMake by component" "$work/component" static
 refused cmake -S "$source" -B "$work/none" -G Ninja -DKIND=dynamic
-grep -q 'components static and shared' "$work/log" || fail "a wrong component is not reported as one"
+grep -q 'components static and shared' "$work/log" ||
+    fail "a wrong component is not reported as one"
 
 with_pkg_config() { # DIRECTORY COMPILER-OPTION PKG-CONFIG-OPTION...
     directory=$1 option=$2

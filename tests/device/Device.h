@@ -29,8 +29,8 @@ public:
 // One terminal. While it lives, paths below /mnt, /dev/pts and /root are mapped to a temporary
 // directory of its own, which has the terminal's directories; message queues of "/root" therefore
 // get keys of their own. A call that would change a file elsewhere ends the test program. The
-// terminal's end removes the directory and the queues, puts every call back to normal, and fails the
-// test if descriptors or mappings have leaked. There is one at a time.
+// terminal's end removes the directory and the queues, puts every call back to normal, and fails
+// the test if descriptors or mappings have leaked. There is one at a time.
 class Device : NonCopyable {
 public:
     Device();

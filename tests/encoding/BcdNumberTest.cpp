@@ -61,10 +61,11 @@ TEST(LowFirst, FromDouble) {
 }
 
 // clang-format off
-const struct { double value; unsigned char decimals, integers, size; int result; const char* bytes; }
-kSigned[] = { // into bytes that are EE before
+const struct {
+    double value; unsigned char decimals, integers, size; int result; const char* bytes;
+} kSigned[] = { // into bytes that are EE before
     {-1.5, 2, 0, 3, -1, "EE EE EE EE EE"}, {-1.5, 2, 6, 3, 0, "50 D1 00 EE EE"},
-    {1.5, 2, 6, 1, 0, "50 01 00 EE EE"},   {-12.5, 1, 2, 2, 0, "25 01 EE EE EE"}, // no room: no sign
+    {1.5, 2, 6, 1, 0, "50 01 00 EE EE"},   {-12.5, 1, 2, 2, 0, "25 01 EE EE EE"}, // no sign
     {NAN, 2, 3, 1, 0, "00 00 00 EE EE"},   {-INFINITY, 0, 1, 0, 0, "00 EE EE EE EE"}};
 // clang-format on
 
@@ -117,7 +118,7 @@ TEST(PowersOfTen, AndWhatTheySum) {
     EXPECT_EQ(0.0, basechange(INT_MIN, 6, number));
     const unsigned char tens[] = {0x20};
     EXPECT_EQ(INFINITY, basechange(INT_MAX, 2, tens)); // the power is beyond an int
-    EXPECT_EQ(1e308, basechange(308, 2, number + 2)); // with a zero at a power that is infinite
+    EXPECT_EQ(1e308, basechange(308, 2, number + 2));  // with a zero at a power that is infinite
 }
 
 } // namespace

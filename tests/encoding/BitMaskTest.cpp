@@ -1,5 +1,5 @@
-// The bit mask: single rules in tables, and all operations at random against a slow model. Any bytes
-// and any lists are tried in fuzz/Masks.cpp.
+// The bit mask: single rules in tables, and all operations at random against a slow model. Any
+// bytes and any lists are tried in fuzz/Masks.cpp.
 #include "mavkit/encoding/BitMask.h"
 #include "device/Device.h"
 #include "encoding/Hex.h"

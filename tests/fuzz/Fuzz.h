@@ -1,5 +1,5 @@
-// What the fuzz targets share. A target is a function, `void Name(fuzz::Input in)`, with its corpus in
-// corpus/Name. It is built twice: as a libFuzzer program of its own, which searches, and into
+// What the fuzz targets share. A target is a function, `void Name(fuzz::Input in)`, with its corpus
+// in corpus/Name. It is built twice: as a libFuzzer program of its own, which searches, and into
 // fuzz_test, which replays the corpus with the ordinary suite.
 #ifndef MAVKIT_TESTS_FUZZ_FUZZ_H
 #define MAVKIT_TESTS_FUZZ_FUZZ_H

@@ -1,5 +1,5 @@
-// Each input of the corpus runs through its target, so that a fault that the search has found once is
-// found again, and then with bytes changed at random, the same ones in each run.
+// Each input of the corpus runs through its target, so that a fault that the search has found once
+// is found again, and then with bytes changed at random, the same ones in each run.
 #include "Fuzz.h"
 
 #include <filesystem>

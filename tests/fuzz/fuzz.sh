@@ -1,7 +1,7 @@
 #!/bin/sh
 # Searches for inputs that break a property: fuzz.sh BUILD SECONDS; two targets at a time. An input
-# that reaches new code is kept in BUILD/corpus for the next run. One that breaks a property is kept in
-# corpus/TARGET/crash-*, which the suite replays from then on.
+# that reaches new code is kept in BUILD/corpus for the next run. One that breaks a property is kept
+# in corpus/TARGET/crash-*, which the suite replays from then on.
 set -eu
 corpus=$(dirname "$0")/corpus
 build=$1
@@ -19,8 +19,8 @@ mkdir -p "$build/corpus/$target"
 status=0
 # In CI a change is judged by a search that others can repeat; elsewhere each search is a new one.
 "$build/tests/fuzz/$target" -max_total_time="$seconds" ${CI:+-seed=1} -timeout=30 -max_len=512 \
-    -print_final_stats=1 -artifact_prefix="$corpus/$target/" "$build/corpus/$target" "$corpus/$target" \
-    >"$build/$target.log" 2>&1 || status=1
+    -print_final_stats=1 -artifact_prefix="$corpus/$target/" \
+    "$build/corpus/$target" "$corpus/$target" >"$build/$target.log" 2>&1 || status=1
 stat() {
     sed -n "s/^stat::$1: *//p" "$build/$target.log"
 }

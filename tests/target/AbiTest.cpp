@@ -1,5 +1,6 @@
-// What depends on the widths of long and time_t. On the terminal both have 32 bits; newer toolchains
-// pair a 32-bit long with a 64-bit time_t. Every expectation is computed from the build's own widths.
+// What depends on the widths of long and time_t. On the terminal both have 32 bits; newer
+// toolchains pair a 32-bit long with a 64-bit time_t. Every expectation is computed from the
+// build's own widths.
 #include "device/Device.h"
 #include "mavkit/mavkit.h"
 #include "time/TimeText.h"

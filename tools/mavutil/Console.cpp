@@ -46,8 +46,8 @@ long long NumberOf(const char* text) {
     return number;
 }
 
-// Length of the UTF-8 sequence that `text` begins with, and the character that it stands for; 0 when
-// it is none, so also for a longer form than needed, for a surrogate and beyond U+10FFFF.
+// Length of the UTF-8 sequence that `text` begins with, and the character that it stands for; 0
+// when it is none, so also for a longer form than needed, for a surrogate and beyond U+10FFFF.
 std::size_t Utf8Length(const char* text, std::size_t left, unsigned* character) {
     const auto byte = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
     const unsigned lead = byte(0);

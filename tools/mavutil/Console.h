@@ -1,4 +1,5 @@
-// What all verbs share: where results and complaints go, how arguments are read, how bytes are shown.
+// What all verbs share: where results and complaints go, how arguments are read, how bytes are
+// shown.
 #ifndef MAVKIT_TOOLS_MAVUTIL_CONSOLE_H
 #define MAVKIT_TOOLS_MAVUTIL_CONSOLE_H
 

@@ -2,10 +2,11 @@
 //
 // A rotation empties the log, which stays the same file, and then writes what stood in it to the
 // backup, filled up with zero bytes. Nothing of that is announced, and a log that has been emptied
-// may have grown again beyond where we were. So the last bytes that were read are kept: what is read
-// next must follow them. Where it does not, the log has taken a turn, and they are looked for in the
-// backup as soon as it is whole. The kernel reports when a backup was written (inotify), which gives
-// the number of turns; where it cannot, a backup that has changed and has its full size is a turn.
+// may have grown again beyond where we were. So the last bytes that were read are kept: what is
+// read next must follow them. Where it does not, the log has taken a turn, and they are looked for
+// in the backup as soon as it is whole. The kernel reports when a backup was written (inotify),
+// which gives the number of turns; where it cannot, a backup that has changed and has its full size
+// is a turn.
 #include "Logs.h"
 
 #include <algorithm>
@@ -286,8 +287,8 @@ private:
         return content;
     }
 
-    // Prints the whole lines that have come, and with `last` what follows them. False when the log no
-    // longer holds what was read before.
+    // Prints the whole lines that have come, and with `last` what follows them. False when the log
+    // no longer holds what was read before.
     bool Read(Log& log, bool last) {
         for (;;) {
             char block[kKept + kLongestLine];
@@ -306,8 +307,8 @@ private:
             log.kept.assign(block + kept + done - keep, keep);
         }
     }
-    // Prints the lines of `text` that end, or, when none does and with `whole`, all of it as a line.
-    // Returns the length of what was printed.
+    // Prints the lines of `text` that end, or, when none does and with `whole`, all of it as a
+    // line. Returns the length of what was printed.
     std::size_t PrintLines(const Log& log, const char* text, std::size_t length, bool whole) const {
         std::size_t done = 0;
         while (const void* end = std::memchr(text + done, '\n', length - done)) {

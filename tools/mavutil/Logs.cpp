@@ -31,8 +31,8 @@ void Insert(std::vector<std::string>& logs, const std::string& path) {
         logs.insert(at, path);
 }
 
-// Inserts the logs of a directory: all NAME.log, and those of which only the backup is left. Returns
-// how many entries were theirs, -1 when the directory cannot be read.
+// Inserts the logs of a directory: all NAME.log, and those of which only the backup is left.
+// Returns how many entries were theirs, -1 when the directory cannot be read.
 int ListLogs(const char* directory, std::vector<std::string>& logs) {
     DIR* const listing = opendir(directory);
     if (listing == nullptr)
@@ -55,7 +55,8 @@ int ListLogs(const char* directory, std::vector<std::string>& logs) {
     return found;
 }
 
-// A time of day in a year as one number, so that later is greater: MMDDhhmmss, and the year in front.
+// A time of day in a year as one number, so that later is greater: MMDDhhmmss, and the year in
+// front.
 constexpr long long kYear = 10000000000;
 
 long long StampOf(std::time_t time) {
@@ -105,8 +106,8 @@ private:
     int month_ = 0;
 };
 
-// The lines of a log, one after the other: first those of its backup, then its own. Each has the time
-// of its stamp, or without one that of the line before it.
+// The lines of a log, one after the other: first those of its backup, then its own. Each has the
+// time of its stamp, or without one that of the line before it.
 class Reader {
 public:
     explicit Reader(const std::string& logPath) : path(logPath) {}

@@ -184,8 +184,8 @@ std::vector<long> RoomFor(int id, std::size_t* length) {
     return std::vector<long>(*length / sizeof(long) + 2);
 }
 
-// Whether the kernel knows MSG_COPY. An old one would overlook it and take the message. So a queue of
-// our own is asked, with two flags that exclude each other only where both are known.
+// Whether the kernel knows MSG_COPY. An old one would overlook it and take the message. So a queue
+// of our own is asked, with two flags that exclude each other only where both are known.
 bool CanCopy() {
     const int own = msgget(IPC_PRIVATE, 0600);
     long message[2];

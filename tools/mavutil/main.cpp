@@ -126,8 +126,8 @@ const Option& OptionOf(const Verb& verb, const Operation& operation, const char*
     Quit(kBad, "no option '%s' here: write %s", name, UsageOf(verb, operation));
 }
 
-// Sorts the words behind an operation into options and arguments. Arguments may begin with a dash: a
-// number, "-" alone, and all behind "--".
+// Sorts the words behind an operation into options and arguments. Arguments may begin with a dash:
+// a number, "-" alone, and all behind "--".
 Arguments Parse(const Verb& verb, const Operation& operation, char** word,
                 std::vector<char*>& words) {
     Arguments arguments = {};
