@@ -1,9 +1,7 @@
 #include "Console.h"
 
-#include "mavkit/diag/PrintString.h"
 #include "mavkit/encoding/MavString.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
@@ -27,6 +25,8 @@ void VComplain(const char* format, std::va_list args) {
     std::vfprintf(stderr, format, args);
     std::fputc('\n', stderr);
 }
+
+constexpr char kDigits[] = "0123456789ABCDEF";
 
 int stopPipe[2] = {-1, -1}; // what the signal handler writes to wakes Wait()
 
@@ -70,6 +70,12 @@ std::size_t Utf8Length(const char* text, std::size_t left, unsigned* character) 
     constexpr unsigned kLeast[] = {0, 0, 0x80, 0x800, 0x10000};
     const bool surrogate = *character >= 0xD800 && *character < 0xE000;
     return *character < kLeast[length] || surrogate || *character > 0x10FFFF ? 0 : length;
+}
+
+void PrintQuotedHex(const void* bytes, std::size_t length) {
+    std::fputc('"', out);
+    PrintHex(bytes, length);
+    std::fputc('"', out);
 }
 
 // The characters that steer a terminal: C0, DEL and C1.
@@ -176,20 +182,24 @@ ByteString BytesOf(char** words) {
     return bytes;
 }
 
-std::string HexOf(const void* bytes, std::size_t length) {
-    std::string line;
-    GetPrintString(line, bytes, static_cast<unsigned>(length), true, 0);
-    line.erase(std::remove(line.begin(), line.end(), '\n'), line.end());
-    if (!line.empty())
-        line.pop_back(); // the last blank
-    return line;
+void PrintHex(const void* bytes, std::size_t length) {
+    const auto* const byte = static_cast<const unsigned char*>(bytes);
+    for (std::size_t i = 0; i < length; ++i) {
+        if (i > 0)
+            std::fputc(' ', out);
+        std::fputc(kDigits[byte[i] >> 4], out);
+        std::fputc(kDigits[byte[i] & 0x0F], out);
+    }
 }
 
-std::string AsciiOf(const void* bytes, std::size_t length) {
-    std::string text(static_cast<const char*>(bytes), length);
-    for (char& c : text)
-        c = c < ' ' || c > '~' ? '.' : c;
-    return text;
+void PrintRow(const void* bytes, std::size_t length) {
+    char text[17] = {};
+    std::memcpy(text, bytes, length);
+    for (std::size_t i = 0; i < length; ++i)
+        if (text[i] < ' ' || text[i] > '~')
+            text[i] = '.';
+    PrintHex(bytes, length);
+    std::fprintf(out, "%*s  |%s|\n", static_cast<int>((16 - length) * 3), "", text);
 }
 
 std::string PrintableOf(const std::string& text) {
@@ -248,13 +258,13 @@ void JsonLine::AddText(const char* name, const std::string& text) {
     std::fputc('"', out);
     if (!exact) {
         Name(name, "Hex");
-        std::fprintf(out, "\"%s\"", HexOf(text.data(), text.size()).c_str());
+        PrintQuotedHex(text.data(), text.size());
     }
 }
 
 void JsonLine::AddBytes(const char* name, const void* bytes, std::size_t length) {
     Name(name);
-    std::fprintf(out, "\"%s\"", HexOf(bytes, length).c_str());
+    PrintQuotedHex(bytes, length);
 }
 
 } // namespace mavutil

@@ -58,10 +58,10 @@ ByteString BytesOf(char** words);
 // Appends the bytes of one text; false when it has other characters than hex digits and blanks.
 bool AppendBytes(const char* text, ByteString& bytes);
 
-// "0A 1B": bytes as hex.
-std::string HexOf(const void* bytes, std::size_t length);
-// The bytes as characters, all but those of ASCII text as dots.
-std::string AsciiOf(const void* bytes, std::size_t length);
+// Prints bytes as hex: "0A 1B", and no more.
+void PrintHex(const void* bytes, std::size_t length);
+// Prints up to 16 bytes as the rest of a line, as hex and as text: "0A 41 ...  |.A|".
+void PrintRow(const void* bytes, std::size_t length);
 // A text from a file or a name, fit for a terminal: control characters and bytes that are not UTF-8
 // are dots.
 std::string PrintableOf(const std::string& text);

@@ -16,12 +16,26 @@
 namespace mavutil {
 namespace {
 
-// A file that is read in blocks, or standard input for null and "-".
+// A part of a file that is read in blocks, or of standard input for null and "-".
 class Input {
 public:
-    explicit Input(const char* path)
-        : path_(path != nullptr && std::strcmp(path, "-") == 0 ? nullptr : path),
-          fd_(path_ != nullptr ? open(path_, O_RDONLY | O_CLOEXEC) : STDIN_FILENO) {}
+    // The part from `start` on, of up to `most` bytes.
+    Input(const char* path, long long start, long long most)
+        : path_(path != nullptr && std::strcmp(path, "-") == 0 ? nullptr : path), left_(start),
+          fd_(path_ != nullptr ? open(path_, O_RDONLY | O_CLOEXEC) : STDIN_FILENO) {
+        if (fd_ == -1)
+            Fail();
+        // Where the file has places, it is read from there on, else up to there.
+        struct stat file;
+        if (start > 0 && fstat(fd_, &file) == 0 && S_ISREG(file.st_mode) &&
+            lseek(fd_, static_cast<off_t>(std::min<long long>(start, file.st_size)), SEEK_SET) !=
+                -1)
+            left_ -= std::min<long long>(start, file.st_size);
+        while (Next() > 0) {
+        }
+        missing = left_;
+        left_ = missing > 0 ? 0 : most;
+    }
     ~Input() {
         if (path_ != nullptr && fd_ != -1)
             close(fd_);
@@ -29,53 +43,40 @@ public:
     Input(const Input&) = delete;
     Input& operator=(const Input&) = delete;
 
-    // Reads up to `most` bytes into `block`, less where no more are there at once. 0 at the end,
-    // and -1 when the file cannot be read.
-    ssize_t Read(char* block, std::size_t most) const {
-        ssize_t got = -1;
+    char block[4096];
+    long long missing; // how far `start` lies behind the end
+    bool failed = false;
+
+    // Reads the next block, which is shorter where no more is there at once. Returns its length; 0 at
+    // the end, also when the file cannot be read: that has been complained of.
+    std::size_t Next() {
+        const auto most = static_cast<std::size_t>(std::min<long long>(left_, sizeof block));
+        if (most == 0 || failed)
+            return 0;
+        ssize_t got;
         do
-            got = fd_ != -1 ? read(fd_, block, most) : -1;
-        while (got == -1 && fd_ != -1 && errno == EINTR);
-        return got;
-    }
-    // Goes on `offset` bytes, by reading them where the file has no positions. Returns how many
-    // there were, -1 when the file cannot be read.
-    long long Skip(long long offset) const {
-        struct stat file;
-        if (fd_ == -1 || fstat(fd_, &file) == -1)
-            return -1;
-        if (S_ISREG(file.st_mode)) {
-            const off_t here = lseek(fd_, 0, SEEK_CUR);
-            const long long step =
-                std::min<long long>(offset, std::max<long long>(0, file.st_size - here));
-            return lseek(fd_, static_cast<off_t>(step), SEEK_CUR) != -1 ? step : -1;
+            got = read(fd_, block, most);
+        while (got == -1 && errno == EINTR);
+        if (got == -1) {
+            Fail();
+            return 0;
         }
-        long long skipped = 0;
-        for (char block[4096]; skipped < offset;) {
-            const ssize_t got =
-                Read(block,
-                     static_cast<std::size_t>(std::min<long long>(offset - skipped, sizeof block)));
-            if (got <= 0)
-                return got == 0 ? skipped : -1;
-            skipped += got;
-        }
-        return skipped;
+        left_ -= got;
+        return static_cast<std::size_t>(got);
     }
-    Status ComplainOf() const { return mavutil::ComplainOf(path_); }
 
 private:
+    void Fail() {
+        ComplainOf(path_);
+        failed = true;
+    }
+
     const char* path_;
+    long long left_;
     int fd_;
 };
 
-// Skips OFFSET, the argument `text`, which must not lie beyond the end. -1 when that fails.
-long long SkipTo(const Input& input, const char* text) {
-    const long long offset = SizeOf(text, "OFFSET", 0);
-    const long long skipped = input.Skip(offset);
-    if (skipped != -1 && skipped < offset)
-        Quit(kBad, "OFFSET %s lies beyond the end, at %lld", text, skipped);
-    return skipped;
-}
+long long OffsetOf(const char* text) { return SizeOf(text, "OFFSET", 0); }
 
 long long LengthOf(const char* text) { return SizeOf(text, "LENGTH", LLONG_MAX); }
 
@@ -92,23 +93,24 @@ public:
             bytes += part;
             length -= part;
             if (size_ == sizeof row_)
-                PrintRow();
+                EndRow();
         }
     }
     void End() {
         if (size_ > 0)
-            PrintRow();
+            EndRow();
         std::fprintf(out, "%08llX\n", at_);
     }
 
 private:
-    void PrintRow() {
+    void EndRow() {
         const bool again = any_ && size_ == sizeof row_ && std::memcmp(row_, before_, size_) == 0;
-        if (!again)
-            std::fprintf(out, "%08llX  %-47s  |%s|\n", at_, HexOf(row_, size_).c_str(),
-                         AsciiOf(row_, size_).c_str());
-        else if (!again_)
+        if (!again) {
+            std::fprintf(out, "%08llX  ", at_);
+            PrintRow(row_, size_);
+        } else if (!again_) {
             std::fputs("*\n", out);
+        }
         again_ = again;
         any_ = true;
         std::memcpy(before_, row_, sizeof row_);
@@ -125,47 +127,37 @@ private:
 };
 
 Status Hex(const Arguments& arguments) {
-    long long left = LengthOf(arguments[2]);
-    const Input input(arguments[0]);
-    const long long at = SkipTo(input, arguments[1]);
-    if (at == -1)
-        return input.ComplainOf();
-    HexRows rows(at);
-    char block[4096];
-    while (left > 0 && CanPrint()) {
-        const auto most = static_cast<std::size_t>(std::min<long long>(left, sizeof block));
-        const ssize_t got = input.Read(block, most);
-        if (got == -1)
-            return input.ComplainOf();
-        if (got == 0)
-            break;
-        rows.Add(block, static_cast<std::size_t>(got));
-        left -= got;
-        if (static_cast<std::size_t>(got) < most)
+    const long long start = OffsetOf(arguments[1]);
+    Input input(arguments[0], start, LengthOf(arguments[2]));
+    if (input.missing > 0 && !input.failed)
+        Quit(kBad, "OFFSET %s lies beyond the end, at %lld", arguments[1], start - input.missing);
+    HexRows rows(start);
+    while (const std::size_t length = CanPrint() ? input.Next() : 0) {
+        rows.Add(input.block, length);
+        if (length < sizeof input.block)
             std::fflush(out); // a pipe that has no more yet: show what came
     }
+    if (input.failed)
+        return kFailed;
     rows.End();
     return kDone;
 }
 
 Status PrintCrc(const char* path) {
-    const Input input(path);
+    Input input(path, 0, LLONG_MAX);
     unsigned short ibm = 0xFFFF;
     unsigned short xmodem = 0x0000;
     long long size = 0;
-    for (char block[4096];;) {
-        const ssize_t got = input.Read(block, sizeof block);
-        if (got == -1)
-            return input.ComplainOf();
-        if (got == 0)
-            break;
-        for (ssize_t i = 0; i < got; ++i) {
-            const auto byte = static_cast<unsigned char>(block[i]);
+    while (const std::size_t length = input.Next()) {
+        for (std::size_t i = 0; i < length; ++i) {
+            const auto byte = static_cast<unsigned char>(input.block[i]);
             ibm = Add_CRC(ibm, byte);
             xmodem = Add_CRC(xmodem, byte);
         }
-        size += got;
+        size += static_cast<long long>(length);
     }
+    if (input.failed)
+        return kFailed;
     const std::string name = path != nullptr ? PrintableOf(path) : "-";
     std::fprintf(out, "CRC-16/IBM-3740 %04X %lld %s\n", ibm, size, name.c_str());
     std::fprintf(out, "CRC-16/XMODEM %04X %lld %s\n", xmodem, size, name.c_str());
@@ -255,25 +247,6 @@ Status Scan(const Arguments& arguments) {
                                          found.missing, found.missing == 1 ? "y" : "ies");
 }
 
-// Reads what a watch compares, `most` bytes from `start` on; false when the file cannot be read.
-bool ReadRegion(const char* path, long long start, long long most, std::string& bytes) {
-    bytes.clear();
-    const Input input(path);
-    long long got = input.Skip(start);
-    if (got != -1 && got < start)
-        return true; // it is shorter than that now
-    char block[4096];
-    for (long long left = most; left > 0 && got != -1; left -= got) {
-        got = input.Read(block, static_cast<std::size_t>(std::min<long long>(left, sizeof block)));
-        if (got == 0)
-            break;
-        bytes.append(block, static_cast<std::size_t>(std::max<long long>(got, 0)));
-    }
-    if (got == -1)
-        input.ComplainOf();
-    return got != -1;
-}
-
 void PrintChanges(const std::string& was, const std::string& now, long long start) {
     constexpr std::size_t kRow = 8; // bytes in a line
     const char* const time = shorttimestr(nullptr);
@@ -284,47 +257,50 @@ void PrintChanges(const std::string& was, const std::string& now, long long star
         std::size_t end = at;
         while (end < both && end - at < kRow && was[end] != now[end])
             ++end;
-        if (end > at)
-            std::fprintf(out, "%s %08llX %s -> %s%s%s\n", time, start + static_cast<long long>(at),
-                         HexOf(&was[at], end - at).c_str(), bold, HexOf(&now[at], end - at).c_str(),
-                         plain);
+        if (end > at) {
+            std::fprintf(out, "%s %08llX ", time, start + static_cast<long long>(at));
+            PrintHex(&was[at], end - at);
+            std::fprintf(out, " -> %s", bold);
+            PrintHex(&now[at], end - at);
+            std::fprintf(out, "%s\n", plain);
+        }
         at = std::max(end, at + 1);
     }
 }
 
 Status Watch(const Arguments& arguments) {
     const auto pause = static_cast<int>(Number(arguments[1], "MS", 10, 3600000, 500));
-    const long long start = SizeOf(arguments[2], "OFFSET", 0);
+    const long long start = OffsetOf(arguments[2]);
     const long long most = LengthOf(arguments[3]);
     std::string was;
     std::string now;
-    if (!ReadRegion(arguments[0], start, most, was))
-        return kFailed;
-    for (; Wait(pause); was.swap(now)) {
-        if (!ReadRegion(arguments[0], start, most, now))
+    for (bool first = true; first || Wait(pause); first = false) {
+        Input input(arguments[0], start, most);
+        now.clear();
+        while (const std::size_t length = input.Next())
+            now.append(input.block, length);
+        if (input.failed)
             return kFailed;
-        PrintChanges(was, now, start);
+        if (!first)
+            PrintChanges(was, now, start);
+        was.swap(now);
     }
     return kDone;
 }
 
 constexpr Operation kHexOperations[] = {
     {"", "", "[FILE [OFFSET [LENGTH]]]", 0, 3, "rows of 16 bytes: where, hex, as text", Hex},
-    {},
 };
 constexpr Operation kCrcOperations[] = {
     {"", "", "[FILE...]", 0, kAnyNumber, "two lines a file: NAME CRC BYTES FILE", Crc},
-    {},
 };
 constexpr Operation kScanOperations[] = {
     {"", "j", "[PATH [DEPTH]]", 0, 2, "a line an entry, BYTES PATH; the total", Scan},
-    {},
 };
 constexpr Operation kShmOperations[] = {
     {"show", "", "FILE [OFFSET [LENGTH]]", 1, 3, "rows of 16 bytes, as hex shows them", Hex},
     {"watch", "", "FILE [MS [OFFSET [LENGTH]]]", 1, 4, "what changes: TIME WHERE OLD -> NEW",
      Watch},
-    {},
 };
 
 } // namespace

@@ -62,6 +62,7 @@ struct Log {
     Log& operator=(const Log&) = delete;
 
     const std::string path;
+    std::unique_ptr<Log> next;
     int watch = -1;        // of its directory
     int fd = -1;           // the log as it was opened, also when it has been renamed since
     Face file;             // of `fd`
@@ -97,7 +98,7 @@ public:
             more = Wait(kPause, events_) && Wait(kShortPause);
             Find(true, &ignored);
             ReadEvents();
-            for (const auto& log : logs_)
+            for (Log* log = logs_.get(); log != nullptr; log = log->next.get())
                 Look(*log, !more);
         }
     }
@@ -108,13 +109,13 @@ private:
         const std::vector<std::string> paths = FindLogs(arguments_, again, status);
         only_ = paths.size() == 1;
         for (const std::string& path : paths) {
-            Log* log = nullptr;
-            for (const auto& known : logs_)
-                if (known->path == path)
-                    log = known.get();
-            const bool isNew = log == nullptr;
+            std::unique_ptr<Log>* place = &logs_;
+            while (*place != nullptr && (*place)->path != path)
+                place = &(*place)->next;
+            const bool isNew = *place == nullptr;
             if (isNew)
-                logs_.emplace_back(log = new Log(path));
+                *place = std::make_unique<Log>(path);
+            Log* const log = place->get();
             Watch(*log); // before the first look, so that nothing comes between
             if (isNew && !again) {
                 log->backup = Face::Of(BackupOf(path));
@@ -144,7 +145,7 @@ private:
             }
     }
     void NoteEvent(const inotify_event& event, const char* name) {
-        for (const auto& each : logs_) {
+        for (Log* each = logs_.get(); each != nullptr; each = each->next.get()) {
             Log& log = *each;
             if ((event.mask & IN_Q_OVERFLOW) != 0)
                 log.unsure = true;
@@ -335,7 +336,7 @@ private:
     const std::string wanted_;
     const int events_; // inotify; -1: this kernel has none
     bool only_ = false;
-    std::vector<std::unique_ptr<Log>> logs_;
+    std::unique_ptr<Log> logs_;
 };
 
 } // namespace

@@ -116,6 +116,7 @@ public:
     Reader& operator=(const Reader&) = delete;
 
     const std::string path;
+    std::unique_ptr<Reader> next;
     std::string line;
     long long time = 0; // year and stamp of `line`
     bool ended = false; // no line is left
@@ -226,53 +227,54 @@ private:
     char block_[4096] = {};
 };
 
-// The last lines of all that are added, or each of them at once.
+// Prints each line that is added, or at the end the last `most` of them.
 class Lines {
 public:
-    explicit Lines(const char* most)
-        : most_(static_cast<std::size_t>(Number(most, "N", 1, INT_MAX, 0))) {}
+    explicit Lines(long most) : most_(most), last_(new std::string[static_cast<unsigned>(most)]) {}
 
-    void Add(const std::string& text) {
-        any_ = true;
+    void Add(std::string text) {
         if (most_ == 0)
-            std::fprintf(out, "%s\n", text.c_str());
-        else if (last_.size() < most_)
-            last_.push_back(text);
+            Print(text);
         else
-            last_[next_++ % most_] = text;
+            last_[count_ % most_].swap(text);
+        ++count_;
     }
+    // Returns whether there was a line.
     bool End() {
-        for (std::size_t i = 0; i < last_.size(); ++i)
-            std::fprintf(out, "%s\n", last_[(next_ + i) % last_.size()].c_str());
-        return any_;
+        for (long i = std::max(0L, count_ - most_); most_ > 0 && i < count_; ++i)
+            Print(last_[i % most_]);
+        return count_ > 0;
     }
 
 private:
-    std::size_t most_; // 0: all
-    std::size_t next_ = 0;
-    bool any_ = false;
-    std::vector<std::string> last_;
+    static void Print(const std::string& text) { std::fprintf(out, "%s\n", text.c_str()); }
+
+    const long most_; // 0: all
+    long count_ = 0;
+    const std::unique_ptr<std::string[]> last_;
 };
 
 // Merges the logs by the times of their lines. The lines of one log keep their order.
 Status Show(const Arguments& arguments) {
     Status status = kDone;
-    Lines lines(arguments.last);
+    Lines lines(Number(arguments.last, "N", 1, 1000000));
     const long long since = arguments.since != nullptr ? StampOf(TimeOf(arguments.since)) : 0;
     const char* const wanted = arguments.text != nullptr ? arguments.text : "";
-    std::vector<std::unique_ptr<Reader>> readers;
+    std::unique_ptr<Reader> readers;
+    std::unique_ptr<Reader>* end = &readers;
     const std::vector<std::string> paths = FindLogs(arguments, false, &status);
     for (const std::string& path : paths) {
-        readers.push_back(std::make_unique<Reader>(path));
-        Reader& reader = *readers.back();
+        *end = std::make_unique<Reader>(path);
+        Reader& reader = **end;
+        end = &reader.next;
         reader.ended = !reader.Open() || !reader.Next();
         status = reader.Failed() ? kFailed : status;
     }
     for (;;) {
         Reader* first = nullptr;
-        for (const auto& reader : readers)
+        for (Reader* reader = readers.get(); reader != nullptr; reader = reader->next.get())
             if (!reader->ended && (first == nullptr || reader->time < first->time))
-                first = reader.get();
+                first = reader;
         if (first == nullptr || !CanPrint())
             break;
         if (first->time >= since && first->line.find(wanted) != std::string::npos)
@@ -286,7 +288,6 @@ Status Show(const Arguments& arguments) {
 constexpr Operation kOperations[] = {
     {"show", "nsg", "[LOG...]", 0, kAnyNumber, "the lines of all logs, by their times", Show},
     {"follow", "g", "[LOG...]", 0, kAnyNumber, "lines as they come, until Ctrl-C", Follow},
-    {},
 };
 
 } // namespace

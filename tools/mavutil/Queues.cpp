@@ -8,9 +8,9 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <memory>
 #include <sys/ipc.h>
 #include <sys/msg.h>
-#include <vector>
 
 namespace mavutil {
 namespace {
@@ -129,11 +129,11 @@ Status Watch(const Arguments& arguments) {
     const bool all = arguments[0] == nullptr || std::strcmp(arguments[0], "all") == 0;
     const int first = all ? 0 : FlagOf(arguments[0]);
     const auto pause = static_cast<int>(Number(arguments[1], "MS", 10, 3600000, 500));
-    std::vector<std::string> seen(256);
+    std::string seen[256];
     std::fputs(kHeading, out);
     do
         for (int flag = first; flag < (all ? 256 : first + 1); ++flag) {
-            std::string& was = seen[static_cast<std::size_t>(flag)];
+            std::string& was = seen[flag];
             std::string line = LineOf(flag);
             if (line == was)
                 continue;
@@ -164,9 +164,11 @@ Status Send(const Arguments& arguments) {
 }
 
 // A message as `msgrcv` fills it in: the type and then `length` bytes.
-void PrintMessage(const std::vector<long>& message, std::size_t length, bool json) {
+void PrintMessage(const long* message, std::size_t length, bool json) {
     if (!json) {
-        std::fprintf(out, "%ld %zu %s\n", message[0], length, HexOf(&message[1], length).c_str());
+        std::fprintf(out, "%ld %zu ", message[0], length);
+        PrintHex(&message[1], length);
+        std::fputc('\n', out);
         return;
     }
     JsonLine line;
@@ -176,12 +178,12 @@ void PrintMessage(const std::vector<long>& message, std::size_t length, bool jso
 }
 
 // Room for the longest message that waits in a queue or may come, with its type in front.
-std::vector<long> RoomFor(int id, std::size_t* length) {
+std::unique_ptr<long[]> RoomFor(int id, std::size_t* length) {
     msqid_ds state;
     if (msgctl(id, IPC_STAT, &state) == -1)
         Quit(kFailed, "the queue cannot be read: %s", std::strerror(errno));
     *length = static_cast<std::size_t>(std::max(state.msg_qbytes, state.msg_cbytes));
-    return std::vector<long>(*length / sizeof(long) + 2);
+    return std::make_unique<long[]>(*length / sizeof(long) + 2);
 }
 
 // Whether the kernel knows MSG_COPY. An old one would overlook it and take the message. So a queue
@@ -202,14 +204,14 @@ Status Peek(const Arguments& arguments) {
     if (!CanCopy())
         return Complain("this kernel shows no message without taking it (it lacks MSG_COPY)");
     std::size_t room;
-    std::vector<long> buffer = RoomFor(id, &room);
+    const std::unique_ptr<long[]> buffer = RoomFor(id, &room);
     for (long index = 0;; ++index) {
-        const ssize_t got = msgrcv(id, buffer.data(), room, index, IPC_NOWAIT | kCopy);
+        const ssize_t got = msgrcv(id, buffer.get(), room, index, IPC_NOWAIT | kCopy);
         if (got == -1 && errno == ENOMSG)
             return index > 0 ? kDone : Complain("flag %d: no message waits", flag);
         if (got == -1)
             return Complain("flag %d: %s", flag, std::strerror(errno));
-        PrintMessage(buffer, static_cast<std::size_t>(got), arguments.json);
+        PrintMessage(buffer.get(), static_cast<std::size_t>(got), arguments.json);
     }
 }
 
@@ -219,11 +221,11 @@ Status Receive(const Arguments& arguments) {
     const int flag = FlagOf(arguments[0]);
     const long selector = SelectorOf(arguments[1]);
     std::size_t room;
-    std::vector<long> buffer = RoomFor(Need(flag, kToChange), &room);
+    const std::unique_ptr<long[]> buffer = RoomFor(Need(flag, kToChange), &room);
     auto length = static_cast<unsigned>(room);
-    if (!Message(flag).RecvMsg(buffer.data(), length, selector))
+    if (!Message(flag).RecvMsg(buffer.get(), length, selector))
         return Complain("flag %d: no message waits that %ld selects", flag, selector);
-    PrintMessage(buffer, length, false);
+    PrintMessage(buffer.get(), length, false);
     return kDone;
 }
 
@@ -253,7 +255,6 @@ constexpr Operation kOperations[] = {
     {"clear", "", "FLAG [SELECTOR]", 1, 2, "drops the messages it selects", Clear},
     {"remove", "", "FLAG", 1, 1, "removes the queue, for all processes", Remove},
     {"watch", "", "[FLAG|all [MS]]", 0, 2, "lines of list that change, to Ctrl-C", Watch},
-    {},
 };
 
 } // namespace

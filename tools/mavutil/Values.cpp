@@ -106,12 +106,17 @@ Status Decode(const Arguments& arguments) {
     return kFailed;
 }
 
+Status PrintBytes(const void* bytes, std::size_t length) {
+    PrintHex(bytes, length);
+    std::fputc('\n', out);
+    return kDone;
+}
+
 Status Encode(const Arguments& arguments) {
     const Record record = InLayout(RecordOf(TimeOf(arguments[1])), arguments[0]);
-    if (arguments.json)
-        JsonLine().AddBytes("record", record.bytes, record.size);
-    else
-        std::fprintf(out, "%s\n", HexOf(record.bytes, record.size).c_str());
+    if (!arguments.json)
+        return PrintBytes(record.bytes, record.size);
+    JsonLine().AddBytes("record", record.bytes, record.size);
     return kDone;
 }
 
@@ -179,8 +184,7 @@ Status MaskBytes(const Arguments& arguments) {
     const BitMask mask = MaskOf(arguments.words);
     ByteString bytes((1U << 20) + 16, 0); // a mask from a text has at most 1 MiB
     const unsigned length = mask.Serialize(&bytes[0], static_cast<unsigned>(bytes.size()));
-    std::fprintf(out, "%s\n", HexOf(bytes.data(), length).c_str());
-    return kDone;
+    return PrintBytes(bytes.data(), length);
 }
 
 Status MaskText(const Arguments& arguments) {
@@ -200,44 +204,53 @@ Status MaskCount(const Arguments& arguments) {
 }
 
 // A byte string of a record: its length, then rows of 16 bytes.
-void PrintField(int number, const ByteString& field) {
-    std::fprintf(out, "bytes%d    %zu\n", number, field.size());
+void PrintField(const char* name, const ByteString& field) {
+    std::fprintf(out, "%-9s %zu\n", name, field.size());
     for (std::size_t at = 0; at < field.size(); at += 16) {
         const std::size_t length = std::min<std::size_t>(16, field.size() - at);
-        std::fprintf(out, "          %-47s  |%s|\n", HexOf(&field[at], length).c_str(),
-                     AsciiOf(&field[at], length).c_str());
+        std::fprintf(out, "%10s", "");
+        PrintRow(&field[at], length);
     }
 }
 
 Status PrintRecord(const IpcInfo& info, bool json) {
-    static bool first = true;
     const bool inForce = info.IsValid();
     long created = info.createTime;
     const long long age = created > 0 ? static_cast<long long>(std::time(nullptr)) - created : 0;
+    const struct {
+        const char* name;
+        long long value;
+    } numbers[] = {
+        {"type", info.type},          {"first", info.first}, {"second", info.second},
+        {"created", info.createTime}, {"age", age},          {"lifetime", info.lifetime}};
     const ByteString* const fields[] = {&info.bytes1, &info.bytes2, &info.bytes3};
-    const char* const names[] = {"bytes1", "bytes2", "bytes3"};
+    char field[] = "bytes1";
     if (json) {
         JsonLine line;
-        line.Add("type", info.type);
-        line.Add("first", info.first);
-        line.Add("second", info.second);
-        line.Add("created", info.createTime);
-        line.Add("age", age);
-        line.Add("lifetime", info.lifetime);
+        for (const auto& number : numbers)
+            line.Add(number.name, number.value);
         line.AddBool("inForce", inForce);
-        for (int i = 0; i < 3; ++i)
-            line.AddBytes(names[i], fields[i]->data(), fields[i]->size());
+        for (const ByteString* bytes : fields) {
+            line.AddBytes(field, bytes->data(), bytes->size());
+            ++field[5];
+        }
     } else {
-        std::fprintf(out,
-                     "%stype      %d\nfirst     %d\nsecond    %d\ncreated   %d %s\nage       %lld\n"
-                     "lifetime  %u\nin-force  %s\n",
-                     first ? "" : "\n", info.type, info.first, info.second, info.createTime,
-                     created != 0 ? timestr(&created) : "-", age, info.lifetime,
-                     inForce ? "yes" : "no");
-        for (int i = 0; i < 3; ++i)
-            PrintField(i + 1, *fields[i]);
+        static bool first = true;
+        if (!first)
+            std::fputc('\n', out);
+        first = false;
+        for (const auto& number : numbers) {
+            std::fprintf(out, "%-9s %lld", number.name, number.value);
+            if (&number == &numbers[3])
+                std::fprintf(out, " %s", created != 0 ? timestr(&created) : "-");
+            std::fputc('\n', out);
+        }
+        std::fprintf(out, "in-force  %s\n", inForce ? "yes" : "no");
+        for (const ByteString* bytes : fields) {
+            PrintField(field, *bytes);
+            ++field[5];
+        }
     }
-    first = false;
     return inForce ? kDone : kFailed;
 }
 
@@ -283,18 +296,15 @@ constexpr Operation kTimeOperations[] = {
     {"trim", "j", "TIME UNIT", 2, 2, "where the unit of the time began", Trim},
     {"diff", "j", "FROM TO UNIT", 3, 3, "how many units begin between them", Diff},
     {"next", "j", "N UNIT [OFFSET UNIT [COUNT [TIME]]]", 2, 6, "points of a timer", Next},
-    {},
 };
 constexpr Operation kMaskOperations[] = {
     {"bytes", "", "LIST...", 1, kAnyNumber, "what the lists name, as a mask is stored", MaskBytes},
     {"text", "", "HEX...", 1, kAnyNumber, "the list of such a mask", MaskText},
     {"union", "", "LIST...", 1, kAnyNumber, "one list of all that the lists name", MaskUnion},
     {"count", "", "LIST...", 1, kAnyNumber, "how many bits that is", MaskCount},
-    {},
 };
 constexpr Operation kRecordOperations[] = {
     {"", "j", "[HEX...]", 0, kAnyNumber, "what records hold; else those of input", Records},
-    {},
 };
 
 } // namespace

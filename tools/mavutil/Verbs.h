@@ -9,22 +9,24 @@ namespace mavutil {
 
 // What stands behind an operation on the command line.
 struct Arguments {
-    char** words;      // followed by null pointers: those left out can be asked for
+    char** words;      // up to a null pointer
+    int count;         // of them
     bool json;         // --json
     const char* text;  // TEXT of -g, or null
     const char* last;  // N of -n, or null
     const char* since; // TIME of --since, or null
 
-    char* operator[](int i) const { return words[i]; }
+    // One of them; null when it is left out.
+    char* operator[](int i) const { return i < count ? words[i] : nullptr; }
 };
 
-constexpr int kAnyNumber = 1 << 20;
+constexpr short kAnyNumber = 0x7FFF;
 
 struct Operation {
     const char* name;      // "" when the verb has this one only
     const char* options;   // letters of those that it takes: j --json, n -n, s --since, g -g
     const char* arguments; // as the usage shows them
-    int least, most;       // how many
+    short least, most;     // how many
     const char* text;      // what it does
     Status (*run)(const Arguments& arguments);
 };
@@ -32,8 +34,16 @@ struct Operation {
 struct Verb {
     const char* name;
     const char* summary;
-    const Operation* operations; // up to one without a name pointer
-    const char* notes;           // what the arguments mean, then examples, which are indented
+    const Operation* operations;
+    unsigned count;
+    const char* notes; // what the arguments mean, then examples, which are indented
+
+    template <unsigned Count>
+    constexpr Verb(const char* itsName, const char* itsSummary, const Operation (&rows)[Count],
+                   const char* itsNotes)
+        : name(itsName), summary(itsSummary), operations(rows), count(Count), notes(itsNotes) {}
+    const Operation* begin() const { return operations; }
+    const Operation* end() const { return operations + count; }
 };
 
 extern const Verb kQueue; // Queues.cpp

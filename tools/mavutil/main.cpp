@@ -8,12 +8,14 @@
 #include <exception>
 #include <new>
 #include <unistd.h>
-#include <vector>
 
 #ifdef __GLIBCXX__
 // The one of libstdc++ prints the name of the exception, for which a static program would carry a
 // demangler of 50 KB.
 void __gnu_cxx::__verbose_terminate_handler() { std::abort(); }
+// Goes on with an exception behind the cleanup of a function. Nothing here catches one, so none ever
+// gets that far; without this, an unwinder of 36 KB is linked in where it is no shared library.
+extern "C" __attribute__((weak)) void _Unwind_Resume(void*) { std::abort(); }
 #endif
 
 namespace {
@@ -32,7 +34,6 @@ Status Help(const Arguments& arguments);
 
 constexpr Operation kHelpOperations[] = {
     {"", "", "[VERB]", 0, 1, "the verbs; what VERB does", Help},
-    {},
 };
 constexpr Verb kHelp = {
     "help", "this text; mavutil help VERB describes a verb", kHelpOperations,
@@ -87,11 +88,11 @@ const char* UsageOf(const Verb& verb, const Operation& operation) {
 
 void PrintHelp(const Verb& verb) {
     constexpr int kColumn = 36; // where the texts begin
-    for (const Operation* row = verb.operations; row->name != nullptr; ++row) {
-        const char* const usage = UsageOf(verb, *row);
+    for (const Operation& row : verb) {
+        const char* const usage = UsageOf(verb, row);
         const bool together = std::strlen(usage) <= kColumn;
         std::fprintf(out, "  %-*s%s%*s  %s\n", kColumn, usage, together ? "" : "\n",
-                     together ? 0 : kColumn + 2, "", row->text);
+                     together ? 0 : kColumn + 2, "", row.text);
     }
     std::fputs(verb.notes, out);
 }
@@ -109,12 +110,9 @@ Status Help(const Arguments& arguments) {
 }
 
 const Operation& OperationOf(const Verb& verb, const char* name) {
-    const Operation* row = verb.operations;
-    if (*row->name == '\0')
-        return *row;
-    for (; row->name != nullptr; ++row)
-        if (Is(name, row->name))
-            return *row;
+    for (const Operation& row : verb)
+        if (*row.name == '\0' || Is(name, row.name))
+            return row;
     Quit(kBad, "no %s '%s': see mavutil help %s", verb.name, name != nullptr ? name : "",
          verb.name);
 }
@@ -128,9 +126,9 @@ const Option& OptionOf(const Verb& verb, const Operation& operation, const char*
 
 // Sorts the words behind an operation into options and arguments. Arguments may begin with a dash:
 // a number, "-" alone, and all behind "--".
-Arguments Parse(const Verb& verb, const Operation& operation, char** word,
-                std::vector<char*>& words) {
+Arguments Parse(const Verb& verb, const Operation& operation, char** word) {
     Arguments arguments = {};
+    arguments.words = word; // the options between them are dropped
     for (bool options = true; *word != nullptr; ++word) {
         if (options && Is(*word, "--")) {
             options = false;
@@ -138,7 +136,7 @@ Arguments Parse(const Verb& verb, const Operation& operation, char** word,
         }
         const bool dash = **word == '-' && std::strchr("0123456789", (*word)[1]) == nullptr;
         if (!options || !dash) {
-            words.push_back(*word);
+            arguments.words[arguments.count++] = *word;
             continue;
         }
         const Option& option = OptionOf(verb, operation, *word);
@@ -149,12 +147,10 @@ Arguments Parse(const Verb& verb, const Operation& operation, char** word,
         else
             Quit(kBad, "%s is missing after %s", option.value, option.name);
     }
-    const auto count = static_cast<int>(words.size());
-    if (count < operation.least || count > operation.most)
-        Quit(kBad, "too %s arguments: write %s", count < operation.least ? "few" : "many",
-             UsageOf(verb, operation));
-    words.resize(words.size() + 8);
-    arguments.words = words.data();
+    arguments.words[arguments.count] = nullptr;
+    const bool few = arguments.count < operation.least;
+    if (few || arguments.count > operation.most)
+        Quit(kBad, "too %s arguments: write %s", few ? "few" : "many", UsageOf(verb, operation));
     return arguments;
 }
 
@@ -170,7 +166,7 @@ Status Run(char** word) {
     }
     const Verb& verb = AsksForHelp(*word) ? kHelp : VerbOf(*word);
     if (AsksForHelp(*word++))
-        return Help(Arguments{word, false, nullptr, nullptr, nullptr});
+        return Help(Arguments{word, *word != nullptr ? 1 : 0, false, nullptr, nullptr, nullptr});
     for (char** each = word; *each != nullptr && !Is(*each, "--"); ++each)
         if (AsksForHelp(*each)) {
             PrintHelp(verb);
@@ -179,8 +175,7 @@ Status Run(char** word) {
     const Operation& operation = OperationOf(verb, *word);
     if (*operation.name != '\0')
         ++word;
-    std::vector<char*> words;
-    return operation.run(Parse(verb, operation, word, words));
+    return operation.run(Parse(verb, operation, word));
 }
 
 } // namespace
