@@ -47,8 +47,8 @@ public:
     long long missing; // how far `start` lies behind the end
     bool failed = false;
 
-    // Reads the next block, which is shorter where no more is there at once. Returns its length; 0 at
-    // the end, also when the file cannot be read: that has been complained of.
+    // Reads the next block, which is shorter where no more is there at once. Returns its length; 0
+    // at the end, also when the file cannot be read: that has been complained of.
     std::size_t Next() {
         const auto most = static_cast<std::size_t>(std::min<long long>(left_, sizeof block));
         if (most == 0 || failed)

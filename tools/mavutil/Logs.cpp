@@ -230,7 +230,7 @@ private:
 // Prints each line that is added, or at the end the last `most` of them.
 class Lines {
 public:
-    explicit Lines(long most) : most_(most), last_(new std::string[static_cast<unsigned>(most)]) {}
+    explicit Lines(std::size_t most) : most_(most), last_(new std::string[most]) {}
 
     void Add(std::string text) {
         if (most_ == 0)
@@ -241,23 +241,24 @@ public:
     }
     // Returns whether there was a line.
     bool End() {
-        for (long i = std::max(0L, count_ - most_); most_ > 0 && i < count_; ++i)
-            Print(last_[i % most_]);
+        if (most_ > 0)
+            for (std::size_t i = count_ - std::min(count_, most_); i < count_; ++i)
+                Print(last_[i % most_]);
         return count_ > 0;
     }
 
 private:
     static void Print(const std::string& text) { std::fprintf(out, "%s\n", text.c_str()); }
 
-    const long most_; // 0: all
-    long count_ = 0;
+    const std::size_t most_; // 0: all
+    std::size_t count_ = 0;
     const std::unique_ptr<std::string[]> last_;
 };
 
 // Merges the logs by the times of their lines. The lines of one log keep their order.
 Status Show(const Arguments& arguments) {
     Status status = kDone;
-    Lines lines(Number(arguments.last, "N", 1, 1000000));
+    Lines lines(static_cast<std::size_t>(Number(arguments.last, "N", 1, 1000000)));
     const long long since = arguments.since != nullptr ? StampOf(TimeOf(arguments.since)) : 0;
     const char* const wanted = arguments.text != nullptr ? arguments.text : "";
     std::unique_ptr<Reader> readers;

@@ -13,8 +13,8 @@
 // The one of libstdc++ prints the name of the exception, for which a static program would carry a
 // demangler of 50 KB.
 void __gnu_cxx::__verbose_terminate_handler() { std::abort(); }
-// Goes on with an exception behind the cleanup of a function. Nothing here catches one, so none ever
-// gets that far; without this, an unwinder of 36 KB is linked in where it is no shared library.
+// Goes on with an exception behind the cleanup of a function. Nothing here catches one, so none
+// ever gets that far; without this, an unwinder of 36 KB is linked in where it has no library.
 extern "C" __attribute__((weak)) void _Unwind_Resume(void*) { std::abort(); }
 #endif
 
