@@ -1,7 +1,10 @@
 #include "mavkit/diag/MavDump.h"
 
 #include "mavkit/diag/PrintString.h"
+#include "mavkit/encoding/HexDigits.h"
 #include "mavkit/encoding/MavString.h"
+#include "mavkit/time/DateText.h"
+#include "mavkit/time/LocalTime.h"
 
 #include <cstdarg>
 #include <cstddef>
@@ -55,8 +58,12 @@ MavDump& MavDump::operator<<(const long& seconds) {
     const std::tm* t = std::localtime(&time);
     if (t == nullptr)
         return Print(*this, "invalid time %lld", static_cast<long long>(seconds));
-    return Print(*this, "%04lld-%02d-%02d %02d:%02d:%02d", t->tm_year + 1900LL, t->tm_mon + 1,
-                 t->tm_mday, t->tm_hour, t->tm_min, t->tm_sec);
+    // A year of any length, then the fields of a record.
+    char record[7];
+    char afterYear[mavkit::kDateAndTimeSize];
+    mavkit::ToBcd7(*t, record);
+    mavkit::FillHex(mavkit::kAfterYear, record + 2, afterYear);
+    return Print(*this, "%04lld%s", t->tm_year + 1900LL, afterYear);
 }
 
 MavDump& MavDump::operator<<(const strings& list) {

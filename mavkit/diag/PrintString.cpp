@@ -1,6 +1,7 @@
 #include "mavkit/diag/PrintString.h"
 
 #include "mavkit/encoding/HexDigits.h"
+#include "mavkit/time/DateText.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -75,6 +76,6 @@ void GetPrintString(std::string& out, const void* data, unsigned int length, boo
 void GetBcdTimeString(std::string& out, const unsigned char* time) {
     if (time == nullptr)
         return;
-    char text[sizeof "2024-03-05 06:07:08"];
-    out += mavkit::FillHex("##-#-# #:#:#", time, text);
+    char text[mavkit::kDateAndTimeSize];
+    out += mavkit::FillHex(mavkit::kDateAndTime, time, text);
 }

@@ -2,6 +2,7 @@
 
 #include "mavkit/encoding/BcdByte.h"
 #include "mavkit/encoding/HexDigits.h"
+#include "mavkit/time/DateText.h"
 #include "mavkit/time/LocalTime.h"
 
 #include <cstring>
@@ -11,7 +12,7 @@ namespace {
 constexpr int kRecord = 7;
 
 char dateText[mavkit::kDateAndTimeSize];
-char clockText[sizeof "06:07:08"];
+char clockText[mavkit::kTimeOfDaySize];
 
 // The `Bcd7Time` of `t`: zero bytes, and false, where `t` has no local fields.
 bool Record(std::time_t t, char* out) {
@@ -160,5 +161,5 @@ char* shorttimestr(long* t) {
         clockText[0] = '\0';
         return clockText;
     }
-    return mavkit::FillHex("#:#:#", record + 4, clockText);
+    return mavkit::FillHex(mavkit::kTimeOfDay, record + 4, clockText);
 }

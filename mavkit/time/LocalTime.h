@@ -10,10 +10,6 @@
 
 namespace mavkit {
 
-// What a date and time looks like as a text; a '#' for each byte of a `Bcd7Time`.
-inline constexpr char kDateAndTime[] = "##-#-# #:#:#";
-inline constexpr std::size_t kDateAndTimeSize = sizeof "2024-03-05 06:07:08";
-
 struct LocalTime {
     long t = 0;          // seconds since 1970-01-01 00:00:00 UTC
     std::tm fields = {}; // the same moment in local time, where something has filled it in

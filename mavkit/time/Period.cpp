@@ -173,7 +173,7 @@ bool MoveAlongClock(const LocalTime& base, unsigned char unit, unsigned long n, 
     if (unit < Second || unit > Day)
         return false;
     const int length = unit == Day ? kSecondsADay : mavkit::UnitOf(unit).seconds;
-    if (n > static_cast<unsigned long>(kSecondsADay / length) || x->t <= 3 * kSecondsADay ||
+    if (n > static_cast<unsigned long>(kSecondsADay / length) || x->t <= 3L * kSecondsADay ||
         x->t > LONG_MAX - kSecondsADay)
         return false;
     const int shown = SecondOfDay(x->fields);
