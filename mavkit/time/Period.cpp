@@ -14,6 +14,7 @@ using mavkit::LocalTime;
 
 constexpr unsigned char kUnset = 0xFF;
 constexpr int kSecondsADay = 86400;
+constexpr long long kLongStep = 1LL << 40; // longer than any change of a clock, in any unit
 
 // A step as a signed number. One that does not fit is cut: it leads out of every range anyway.
 long long Signed(unsigned long n) {
@@ -25,6 +26,12 @@ int SecondOfDay(const std::tm& f) {
     return f.tm_hour % 24 * 3600 + f.tm_min % 1440 * 60 + f.tm_sec;
 }
 
+// What the clock shows at `t`; below 0 where it shows nothing.
+int ClockAt(std::time_t t) {
+    const std::tm* const f = std::localtime(&t);
+    return f != nullptr ? SecondOfDay(*f) : -1;
+}
+
 // How far the clock at `to` is ahead of the clock at `from`, the shorter way round.
 int Ahead(int from, int to) {
     const int ahead = (to - from) % kSecondsADay;
@@ -33,83 +40,60 @@ int Ahead(int from, int to) {
                                        : ahead;
 }
 
-// Moves `x` by `seconds` if the clock shows the second `shown` of a day then.
-void MoveIfShown(int seconds, int shown, LocalTime* x) {
-    LocalTime moved;
-    long t = 0;
-    if (!__builtin_add_overflow(x->t, seconds, &t) && mavkit::SetTime(t, &moved) &&
-        Ahead(shown, SecondOfDay(moved.fields)) == 0)
-        *x = moved;
-}
-
-// A time that was made from fields, and how many seconds it is late because the clock skips those.
+// A time that was made from fields. Where the clock skips those, `skipped` is how far they are
+// ahead of the normalised ones: below 0 when libc went on by the gap, above 0 when it went back.
 struct Point : LocalTime {
-    int late = 0;
+    int skipped = 0;
 };
 
-// Sets the time of `x` from its fields, and returns it, by one rule for all libcs: a reading that
-// the clock skips comes later by the gap.
-long SetForward(Point* x) {
+// Sets the time of `x` to the point that its fields ask for, by one rule for all libcs: a reading
+// that the clock skips comes later by the gap, and one that it shows twice in its first pass. It
+// is in its second pass when the clock was further ahead a day before. The time is -1 where it does
+// not fit; one that is before `notBefore` even in its second pass may stay there.
+void SetPoint(long notBefore, Point* x) {
     const int asked = SecondOfDay(x->fields);
-    x->late = 0;
+    x->skipped = 0;
     if (mavkit::SetFromFields(x) == -1)
-        return -1;
-    // A libc that went back by the gap, to before it, is a gap short of what was asked for.
-    if (const int gap = Ahead(SecondOfDay(x->fields), asked); gap > 0)
-        MoveIfShown(gap, asked + gap, x);
-    x->late = Ahead(asked, SecondOfDay(x->fields));
-    return x->t;
-}
-
-// Moves `x` to the first moment at which the clock shows what it shows. The clock has been set
-// back since the day before when it was further ahead then.
-void TakeFirstPass(LocalTime* x) {
-    if (x->t <= kSecondsADay)
-        return;
-    const std::time_t dayBefore = x->t - kSecondsADay;
-    const std::tm* const before = std::localtime(&dayBefore);
-    if (before == nullptr)
         return;
     const int shown = SecondOfDay(x->fields);
-    if (const int setBack = Ahead(shown, SecondOfDay(*before)); setBack > 0)
-        MoveIfShown(-setBack, shown, x);
+    x->skipped = Ahead(shown, asked);
+    if (x->skipped > 0) {
+        x->t += x->skipped;
+    } else if (x->skipped == 0 && x->t >= notBefore && x->t > kSecondsADay) {
+        const int before = ClockAt(x->t - kSecondsADay);
+        const int setBack = before < 0 ? 0 : Ahead(shown, before);
+        if (setBack > 0 && ClockAt(x->t - setBack) == shown)
+            x->t -= setBack;
+    }
 }
 
 bool OnWrongSide(const LocalTime& x, long t, bool down) {
     return x.t != -1 && (down ? x.t > t : x.t < t);
 }
 
-// Sets the time of `x` to the point that its fields ask for; -1 where it does not fit. A reading
-// that is before `notBefore` even in its second pass may stay there.
-void SetPoint(long notBefore, Point* x) {
-    if (SetForward(x) >= notBefore)
-        TakeFirstPass(x);
-}
-
 // Moves `x` on by `n` units, back where `n` is below 0, and by as many times `n` as it takes to be
-// on the right side of `t` and, with `onTime`, not late. More than once is rare: all readings of an
-// hour that the clock skips or shows twice can be wrong, and so can a day that its month lacks.
-// Then the number of times is found bit by bit, so that no step is too small for it.
-void MoveOn(unsigned char unit, long long n, long t, bool onTime, Point* x) {
+// on the right side of `t` and, with `shownOnly`, not skipped. More than once is rare: all readings
+// of an hour that the clock skips or shows twice can be wrong, and so can a day that its month
+// lacks. Then the number of times is found bit by bit, so that no step is too small for it.
+void MoveOn(unsigned char unit, long long n, long t, bool shownOnly, Point* x) {
     const bool down = n < 0;
     std::tm from = x->fields;
-    if (x->late != 0) // its own reading counts, not the later one
-        mavkit::AddToFields(Second, -x->late, &from);
+    if (x->skipped != 0)
+        mavkit::AddToFields(Second, x->skipped, &from);
     const auto isWrongAfter = [&](int times) {
-        long long units = 0;
         x->fields = from;
         x->t = -1;
-        if (!__builtin_mul_overflow(n, times, &units) &&
-            mavkit::AddToFields(unit, units, &x->fields))
+        if (mavkit::AddToFields(unit, n * times, &x->fields))
             SetPoint(down ? LONG_MIN : t, x);
-        return OnWrongSide(*x, t, down) || (onTime && x->t != -1 && x->late != 0);
+        return OnWrongSide(*x, t, down) || (shownOnly && x->t != -1 && x->skipped != 0);
     };
     if (!isWrongAfter(1))
         return;
     int wrong = 1;
-    for (int more = 1 << 17; more != 0; more >>= 1) // in all, the seconds of three days
-        wrong += isWrongAfter(wrong + more) ? more : 0;
-    if (isWrongAfter(wrong + 1))
+    if (n / kLongStep == 0)
+        for (int more = 1 << 17; more != 0; more >>= 1) // in all, the seconds of three days
+            wrong += isWrongAfter(wrong + more) ? more : 0;
+    if (n / kLongStep != 0 || isWrongAfter(wrong + 1))
         x->t = -1; // a unit outside 1 to 6 leads nowhere
 }
 
@@ -134,7 +118,8 @@ void TakeFinerFields(const LocalTime& base, unsigned char unit, std::tm* f) {
 //
 // The point is first looked for in the unit that `x` is in, or in the next one that is a multiple
 // of `n` units from the base: with the finer fields of the base. Where that is before `x` the
-// point is a step further. A point that is late for a gap gives way to an earlier one behind it.
+// point is a step further. A point that the clock skips may be so
+// late that a point of a short step behind it comes before.
 void MoveUp(const LocalTime& base, unsigned char unit, unsigned long n, Point* x) {
     const long t = x->t;
     if (const unsigned long units = UnitsUp(base, unit, n, *x)) {
@@ -149,12 +134,12 @@ void MoveUp(const LocalTime& base, unsigned char unit, unsigned long n, Point* x
     SetPoint(t, x);
     if (OnWrongSide(*x, t, false))
         MoveOn(unit, Signed(n), t, false, x);
-    if (x->t == -1 || x->late == 0)
+    if (x->t == -1 || x->skipped == 0 || unit >= Day)
         return;
-    Point next = *x;
-    MoveOn(unit, Signed(n), t, true, &next);
-    if (next.t != -1 && next.t < x->t)
-        *x = next;
+    const long late = x->t;
+    MoveOn(unit, Signed(n), t, true, x);
+    if (x->t == -1 || x->t > late)
+        x->t = late;
 }
 
 // downboundtime() of `x`, like MoveUp().
@@ -178,13 +163,11 @@ bool MoveAlongClock(const LocalTime& base, unsigned char unit, unsigned long n, 
         return false;
     const int shown = SecondOfDay(x->fields);
     const auto unchanged = [&](std::time_t t) {
-        const std::tm* const then = std::localtime(&t);
-        return then != nullptr && (t - x->t + shown - SecondOfDay(*then)) % kSecondsADay == 0;
+        return (t - x->t + shown - ClockAt(t)) % kSecondsADay == 0;
     };
-    std::tm f = x->fields;
-    TakeFinerFields(base, unit, &f);
     const int step = static_cast<int>(n) * length;
-    int up = static_cast<int>(UnitsUp(base, unit, n, *x)) * length + SecondOfDay(f) - shown;
+    int up = static_cast<int>(UnitsUp(base, unit, n, *x)) * length +
+             SecondOfDay(base.fields) % length - shown % length;
     up += up < 0 ? step : 0;
     const int move = down && up > 0 ? up - step : up;
     if (!unchanged(x->t + std::min(move, 0) - kSecondsADay) || (up > 0 && !unchanged(x->t + up)))
@@ -193,32 +176,20 @@ bool MoveAlongClock(const LocalTime& base, unsigned char unit, unsigned long n, 
     return true;
 }
 
-// The point at or after `t`, or at or before it.
-long Bound(const LocalTime& base, unsigned char unit, unsigned long n, bool down, Point* x) {
+// Moves `x` to the point at or after it, or at or before it, and returns its time.
+long MoveToPoint(const LocalTime& base, unsigned char unit, unsigned long n, bool down, Point* x) {
     if (!MoveAlongClock(base, unit, n, down, x))
         (down ? MoveDown : MoveUp)(base, unit, n, x);
     return x->t;
 }
 
-// The timer origin.
-LocalTime Origin() {
+// Sets `x` to the timer origin.
+void SetToOrigin(LocalTime* x) {
     static const char kOrigin[] = {0x20, 0x00, 0x01, 0x01, 0x00, 0x00, 0x00};
-    LocalTime origin;
-    mavkit::SetFromBcd7(kOrigin, &origin);
-    return origin;
+    mavkit::SetFromBcd7(kOrigin, x);
 }
 
-// The timer origin, moved as dateadd() does.
-LocalTime MovedOrigin(unsigned char unit, long n) {
-    LocalTime origin = Origin();
-    if (n == 0 || !mavkit::IsCalendarUnit(unit))
-        return origin;
-    if (!mavkit::AddToFields(unit, n, &origin.fields) || mavkit::SetFromFields(&origin) == -1)
-        mavkit::SetTime(-1, &origin);
-    return origin;
-}
-
-long BoundOf(long t, long base, unsigned char unit, unsigned long n, bool down) {
+long Bound(long t, long base, unsigned char unit, unsigned long n, bool down) {
     LocalTime from;
     Point x;
     if (n == 0 || t <= 0 || !mavkit::SetTime(t, &x))
@@ -227,25 +198,24 @@ long BoundOf(long t, long base, unsigned char unit, unsigned long n, bool down) 
     from.t = base;
     if (unit != Second && !mavkit::SetTime(base, &from))
         return -1;
-    return Bound(from, unit, n, down, &x);
+    return MoveToPoint(from, unit, n, down, &x);
 }
 
 // Sets `x` to the time of a record; false where that is none.
 bool SetFromRecord(const unsigned char* record, Point* x) {
     mavkit::FromBcd7(reinterpret_cast<const char*>(record), &x->fields);
-    if (SetForward(x) > 0)
-        TakeFirstPass(x);
+    SetPoint(0, x);
     return x->t > 0;
 }
 
 } // namespace
 
 long upboundtime(long t, long base, unsigned char unit, unsigned long n) {
-    return BoundOf(t, base, unit, n, false);
+    return Bound(t, base, unit, n, false);
 }
 
 long downboundtime(long t, long base, unsigned char unit, unsigned long n) {
-    return BoundOf(t, base, unit, n, true);
+    return Bound(t, base, unit, n, true);
 }
 
 long gettimerpoint(long t, unsigned char unit, unsigned long n, unsigned char offsetUnit,
@@ -253,8 +223,14 @@ long gettimerpoint(long t, unsigned char unit, unsigned long n, unsigned char of
     Point x;
     if (n == 0 || t <= 0 || !mavkit::SetTime(t, &x))
         return -1;
-    const LocalTime base = MovedOrigin(offsetUnit, static_cast<long>(offsetN));
-    return Bound(base, unit, n, down, &x);
+    LocalTime base;
+    SetToOrigin(&base);
+    const long offset = static_cast<long>(offsetN);
+    if (offset != 0 && mavkit::IsCalendarUnit(offsetUnit) && // as dateadd() moves it
+        (!mavkit::AddToFields(offsetUnit, offset, &base.fields) ||
+         mavkit::SetFromFields(&base) == -1))
+        mavkit::SetTime(-1, &base);
+    return MoveToPoint(base, unit, n, down, &x);
 }
 
 bool issameperiod(unsigned char* a, unsigned char* b, unsigned char unit, unsigned long n) {
@@ -273,7 +249,8 @@ bool issameperiod(unsigned char* a, unsigned char* b, unsigned char unit, unsign
     Point other;
     if (!SetFromRecord(a, &start) || !SetFromRecord(b, &other))
         return false;
-    const LocalTime origin = Origin();
+    LocalTime origin;
+    SetToOrigin(&origin);
     MoveDown(origin, unit, n, &start);
     const long d = mavkit::UnitsBetween(start, other, unit);
     if (d >= 0 && static_cast<unsigned long>(d) < n)
