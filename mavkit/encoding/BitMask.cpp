@@ -1,6 +1,7 @@
 #include "mavkit/encoding/BitMask.h"
 
 #include "mavkit/diag/MavDump.h"
+#include "mavkit/encoding/Divide.h"
 #include "mavkit/encoding/LittleEndian.h"
 #include "mavkit/encoding/Word.h"
 
@@ -79,8 +80,8 @@ char* PutNumber(char* end, long long number) {
     Position rest = static_cast<Position>(number);
     if (number < 0)
         rest = 0 - rest;
-    for (; rest > UINT_MAX; rest /= 10)
-        *--end = static_cast<char>('0' + rest % 10);
+    while (rest > UINT_MAX)
+        *--end = static_cast<char>('0' + mavkit::Divide(rest, 10));
     // The target has no instruction that divides 64 bits, so most of the work is done on 32. Digits
     // come in pairs: one division by 100 each, whose result the next round does not wait for.
     unsigned int low = static_cast<unsigned int>(rest);

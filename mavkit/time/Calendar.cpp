@@ -1,5 +1,6 @@
 #include "mavkit/time/Calendar.h"
 
+#include "mavkit/encoding/Divide.h"
 #include "mavkit/time/BcdTime.h"
 #include "mavkit/time/CalendarUnits.h"
 #include "mavkit/time/LocalTime.h"
@@ -93,8 +94,11 @@ bool AddToFields(unsigned char unit, long long n, std::tm* f) {
         }
         if (unit == Year)
             return false;
-        long long carry = n / u.carryAt;
-        field += static_cast<int>(n % u.carryAt);
+        unsigned long long size = n < 0 ? 0ULL - static_cast<unsigned long long>(n)
+                                        : static_cast<unsigned long long>(n);
+        const int rest = static_cast<int>(Divide(size, static_cast<unsigned int>(u.carryAt)));
+        long long carry = static_cast<long long>(n < 0 ? 0ULL - size : size);
+        field += n < 0 ? -rest : rest;
         if (field < 0 || field >= u.carryAt) {
             carry += field < 0 ? -1 : 1;
             field += field < 0 ? u.carryAt : -u.carryAt;
