@@ -82,17 +82,11 @@ char* PutNumber(char* end, long long number) {
         rest = 0 - rest;
     while (rest > UINT_MAX)
         *--end = static_cast<char>('0' + mavkit::Divide(rest, 10));
-    // The target has no instruction that divides 64 bits, so most of the work is done on 32. Digits
-    // come in pairs: one division by 100 each, whose result the next round does not wait for.
+    // The target has no instruction that divides 64 bits, so most of the work is done on 32.
     unsigned int low = static_cast<unsigned int>(rest);
-    while (low >= 10) {
-        const unsigned int pair = low % 100;
-        low /= 100;
-        *--end = static_cast<char>('0' + pair % 10);
-        *--end = static_cast<char>('0' + pair / 10);
-    }
-    if (low != 0 || number == 0)
-        *--end = static_cast<char>('0' + low);
+    do
+        *--end = static_cast<char>('0' + low % 10);
+    while ((low /= 10) != 0);
     if (number < 0)
         *--end = '-';
     return end;

@@ -9,11 +9,9 @@
 
 namespace {
 
-// The value of every character as the high and as the low digit of a byte; negative for characters
-// that are not digits.
+// The value of every character as a hex digit; negative for those that are none.
 struct HexValues {
-    short high[256];
-    signed char low[256];
+    signed char of[256];
 };
 
 constexpr HexValues MakeHexValues() {
@@ -22,8 +20,7 @@ constexpr HexValues MakeHexValues() {
         const bool letter = (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
         const bool decimal = c >= '0' && c <= '9';
         const int value = decimal ? c - '0' : letter ? (c | 0x20) - 'a' + 10 : -1;
-        values.high[c] = static_cast<short>(value * 16);
-        values.low[c] = static_cast<signed char>(value);
+        values.of[c] = static_cast<signed char>(value);
     }
     return values;
 }
@@ -33,7 +30,7 @@ constexpr HexValues kHexValues = MakeHexValues();
 // The byte of two hex digits; negative when one of the characters is not a digit. Inline where the
 // target is built for size too.
 inline __attribute__((always_inline)) int ReadPair(const unsigned char* text) {
-    return kHexValues.high[text[0]] | kHexValues.low[text[1]];
+    return kHexValues.of[text[0]] * 16 | kHexValues.of[text[1]];
 }
 
 // Finds the next occurrence of a delimiter of `step` characters; null when there is none.
@@ -140,7 +137,7 @@ int ParseHexStr(const char* text, ByteString& bytes) {
         // one by one. A digit consumes the next character, digit or not; others are skipped.
         const unsigned char* const pause = end - next > 64 ? next + 64 : end;
         while (next < pause) {
-            const int alone = kHexValues.low[*next];
+            const int alone = kHexValues.of[*next];
             if (alone < 0) {
                 ++next;
                 continue;

@@ -94,8 +94,8 @@ bool AddToFields(unsigned char unit, long long n, std::tm* f) {
         }
         if (unit == Year)
             return false;
-        unsigned long long size = n < 0 ? 0ULL - static_cast<unsigned long long>(n)
-                                        : static_cast<unsigned long long>(n);
+        unsigned long long size =
+            n < 0 ? 0ULL - static_cast<unsigned long long>(n) : static_cast<unsigned long long>(n);
         const int rest = static_cast<int>(Divide(size, static_cast<unsigned int>(u.carryAt)));
         long long carry = static_cast<long long>(n < 0 ? 0ULL - size : size);
         field += n < 0 ? -rest : rest;
