@@ -15,6 +15,15 @@ complain() {
     sed 's/^/    /' "$work/out"
     failures=$((failures + 1))
 }
+# await PATTERN FILE: waits for a line of a program that runs beside this, a minute at most.
+await() {
+    tries=0
+    until grep -q -e "$1" "$2" 2>/dev/null; do
+        tries=$((tries + 1))
+        [ $tries -lt 1200 ] || { complain "no line with '$1'" && return; }
+        sleep 0.05
+    done
+}
 # demo STATUS DIR PATTERN...: it ends with STATUS, every pattern is in its output, nothing is left.
 demo() {
     want=$1 dir=$2
@@ -87,7 +96,7 @@ interrupted() {
     for signal in QUIT:131 TERM:143; do
         # A shell starts what runs beside it without the signals of the keyboard.
         env --default-signal=QUIT sh "$here/demo.sh" "$bin" "$work/long" >"$work/out" 2>&1 &
-        sleep 0.4
+        await '  101  ' "$work/out"
         kill -s "${signal%:*}" $! && wait $!
         status=$?
         [ $status -eq "${signal#*:}" ] || complain "$signal: status $status"
@@ -124,7 +133,7 @@ no_queue
 
 # Two at once: the second one says that it waits, and both have everything.
 sh "$here/demo.sh" "$bin" "$here" >"$work/first" 2>&1 &
-until grep -q Readings "$work/first"; do sleep 0.01; done
+await Readings "$work/first"
 whole 'Another demonstration runs on this machine'
 wait $! || complain "the first of two: status $?"
 grep -q '^  sent 27, taken 26,' "$work/first" || complain "the first of two is not whole"
@@ -164,7 +173,7 @@ printf 'MTR2' >"$region" # a start that was cut short
 shows 1 'not finished'
 receive
 receiver=$!
-until grep -q ' 101 ' "$work/received"; do sleep 0.01; done
+await '  101  ' "$work/received"
 for look in 1 2 3 4; do
     "$bin/uplink" show "$here" "$region" >"$work/out" 2>&1 || complain "look $look beside a writer"
 done

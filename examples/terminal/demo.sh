@@ -67,6 +67,8 @@ finish() {
     [ -z "$scratch" ] || rm -rf -- "$scratch"
     exit $status
 }
+# shellcheck disable=SC3045 # where there is no such limit, there is none to set
+ulimit -c 0 2>/dev/null # Ctrl-\ leaves no core file either
 trap finish EXIT
 trap 'exit 129' HUP
 trap 'exit 130' INT

@@ -126,9 +126,9 @@ TEST_F(MessageTest, ReportsWhatItDoesAtLevelVerbose) {
     std::string hex;
     for (int i = 0; i < 40; ++i)
         hex += i == 36 ? "\n61 " : "61 ";
-    for (const unsigned char level : {LEVEL_INFO, LEVEL_VERBOSE}) {
+    for (const int level : {LEVEL_INFO, LEVEL_VERBOSE}) {
         setting.traceWay = WAY_STDOUT;
-        setting.level = level;
+        setting.level = static_cast<unsigned char>(level);
         channel.InitMsg(kFlag);
         EXPECT_TRUE(Send(3, std::string(40, 'a')));
         channel.ClearMsg(-3);

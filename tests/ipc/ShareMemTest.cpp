@@ -91,13 +91,13 @@ TEST_F(ShareMemTest, InitReportsEveryOutcome) {
         return at == std::string::npos ? lines : lines.erase(at, line.size());
     };
     for (const auto& c : cases)
-        for (const unsigned char level : {LEVEL_DISABLED, LEVEL_ERROR, LEVEL_WARN, LEVEL_INFO}) {
-            SCOPED_TRACE(testing::Message() << int{level} << ' ' << c.lines);
+        for (const int level : {LEVEL_DISABLED, LEVEL_ERROR, LEVEL_WARN, LEVEL_INFO}) {
+            SCOPED_TRACE(testing::Message() << level << ' ' << c.lines);
             device.Remove(path);
             if (c.before != nullptr)
                 device.Write(path, c.before);
             calls.clear();
-            setting.level = level;
+            setting.level = static_cast<unsigned char>(level);
             std::string lines = level < LEVEL_INFO ? without(c.lines, create) : c.lines;
             if (level < LEVEL_ERROR)
                 lines = without(without(lines, invalid), failed);
