@@ -96,6 +96,8 @@ bad "too many arguments: write mavutil hex \[FILE \[OFFSET \[LENGTH\]\]\]" hex a
 bad "no option '--jason' here: write mavutil queue list \[--json\]" queue list --jason
 bad "no option '--json' here: write mavutil mask count LIST..." mask count --json 1
 bad "no option '-x' here: *" crc -x
+bad "no option '--json=1' here: *" scan --json=1
+bad "no option '--sincere' here: *" trace show --sincere now
 bad "TEXT is missing after -g" trace show -g
 bad "N is missing after -n" trace show -n
 bad "N '0' is no number from 1 to *" trace show -n 0
@@ -292,7 +294,7 @@ c.log: 12-30 00:00:00	c1' trace show -n 2 traces
 t 0 'a.log: kor(01-01 00:00:02):a2*end
 c.log: *c1' trace show --since 2024-01-01T00:00:02 traces
 t 0 'b.log: 12-31 23:59:59	b1' \
-    trace show -n 1 -g b1 --since 2023-12-31T23:59:59 traces/a.log traces/b.log
+    trace show -n1 -gb1 --since=2023-12-31T23:59:59 traces/a.log traces/b.log
 t 0 'kor(12-31 23:59:58):a1
 more of a1*' trace show traces/a.log_bak
 t 0 'x' trace show logs

@@ -117,11 +117,20 @@ const Operation& OperationOf(const Verb& verb, const char* name) {
          verb.name);
 }
 
-const Option& OptionOf(const Verb& verb, const Operation& operation, const char* name) {
-    for (const Option& option : kOptions)
-        if (std::strchr(operation.options, option.letter) != nullptr && Is(name, option.name))
+// The option that a word is or begins with: -n 20, -n20, --since now, --since=now. `*value` is set
+// to the value in the same word, if any.
+const Option& OptionOf(const Verb& verb, const Operation& operation, char* word, char** value) {
+    for (const Option& option : kOptions) {
+        const std::size_t length = std::strlen(option.name);
+        if (std::strchr(operation.options, option.letter) == nullptr ||
+            std::strncmp(word, option.name, length) != 0)
+            continue;
+        *value = word + length + (word[length] == '=' && length > 2 ? 1 : 0);
+        if (word[length] == '\0' ||
+            (option.value != nullptr && (length == 2 || *value > word + length)))
             return option;
-    Quit(kBad, "no option '%s' here: write %s", name, UsageOf(verb, operation));
+    }
+    Quit(kBad, "no option '%s' here: write %s", word, UsageOf(verb, operation));
 }
 
 // Sorts the words behind an operation into options and arguments. Arguments may begin with a dash:
@@ -139,13 +148,17 @@ Arguments Parse(const Verb& verb, const Operation& operation, char** word) {
             arguments.words[arguments.count++] = *word;
             continue;
         }
-        const Option& option = OptionOf(verb, operation, *word);
-        if (option.value == nullptr)
+        char* value;
+        const Option& option = OptionOf(verb, operation, *word, &value);
+        if (option.value == nullptr) {
             arguments.json = true;
-        else if (*++word != nullptr)
-            arguments.*(option.target) = *word;
-        else
+            continue;
+        }
+        if (*value == '\0')
+            value = *++word;
+        if (value == nullptr)
             Quit(kBad, "%s is missing after %s", option.value, option.name);
+        arguments.*(option.target) = value;
     }
     arguments.words[arguments.count] = nullptr;
     const bool few = arguments.count < operation.least;
