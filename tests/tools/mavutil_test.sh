@@ -64,7 +64,7 @@ bad() {
 same() { [ "$2" = "$3" ] || complain "$@"; }
 # until_there FILE TEXT: waits for a line.
 until_there() {
-    for _ in 1 2 3 4 5 6 7 8 9 0 1 2 3 4 5 6 7 8 9 0 1 2 3 4 5 6 7 8 9 0; do
+    for _ in $(seq 100); do
         grep -qs -e "$2" "$1" && return 0
         sleep 0.2
     done
@@ -391,7 +391,7 @@ fi
 pids="$pids $!" watch=$!
 ./mavutil shm watch zeros 20 9 56 >part 2>&1 &
 pids="$pids $!"
-for _ in 1 2 3 4 5 6 7 8 9 0 1 2 3 4 5 6 7 8 9 0; do
+for _ in $(seq 200); do
     printf A | dd of=zeros bs=1 seek=9 conv=notrunc 2>/dev/null
     sleep 0.05
     grep -q '00 -> 41$' watched && grep -q '00 -> 41$' part && break
