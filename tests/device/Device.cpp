@@ -534,7 +534,8 @@ pid_t Start(const std::function<bool()>& work) {
     const pid_t child = fork();
     if (child != 0)
         return child;
-    const bool well = work() && !testing::Test::HasFailure();
+    const bool failedBefore = testing::Test::HasFailure();
+    const bool well = work() && testing::Test::HasFailure() == failedBefore;
     std::fflush(stdout);
     _exit(well ? 0 : 1);
 }
