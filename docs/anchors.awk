@@ -1,6 +1,12 @@
 # Makes the links between the pages work in the reference as they do where the pages are read as
 # they are: a heading gets the anchor that its text gives (lower case, blanks as dashes, no
 # punctuation), behind the name of its page.
+BEGIN {
+    parts = "bench|cmake|examples|machine|mavkit|packaging|tests|tools"
+    public["mavkit/mavkit.h"]
+    while ((getline line <"mavkit/mavkit.h") > 0)
+        if (split(line, part, "\"") == 3 && part[1] == "#include ") public[part[2]]
+}
 FNR == 1 {
     page = FILENAME
     sub(/^.*\//, "", page)
@@ -24,13 +30,17 @@ FNR == 1 {
             substr($0, RSTART + RLENGTH - 1)
     }
 }
-!code { # links to headers, and to what is no part of the reference
-    gsub(/\]\(mavkit\/([a-z]+\/)?/, "](@ref ")
-    gsub(/\]\(\.\.\/mavkit\/([a-z]+\/)?/, "](@ref ")
-    while (match($0, /\[[^]]*\]\((\.\.\/)?(examples|tests|bench|tools|cmake)\/[^)]*\)/)) {
-        text = substr($0, RSTART + 1, RLENGTH)
-        sub(/\].*/, "", text)
-        $0 = substr($0, 1, RSTART - 1) text substr($0, RSTART + RLENGTH)
+!code { # links to public headers; the text alone of links to what is no part of the reference
+    while (match($0, "\\[[^]]*\\]\\((\\.\\./)?(" parts ")/[^)]*\\)")) {
+        link = substr($0, RSTART, RLENGTH)
+        text = substr(link, 2, index(link, "](") - 2)
+        path = substr(link, index(link, "](") + 2)
+        sub(/^\.\.\//, "", path)
+        sub(/\)$/, "", path)
+        name = path
+        sub(/.*\//, "", name)
+        $0 = substr($0, 1, RSTART - 1) (path in public ? "[" text "](@ref " name ")" : text) \
+            substr($0, RSTART + RLENGTH)
     }
 }
 { print }

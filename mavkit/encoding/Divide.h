@@ -7,8 +7,8 @@
 
 namespace mavkit {
 
-/// Divides `number`, which becomes the quotient, by `divisor`, 1 to 2^31. It goes bit by bit, so it is
-/// for numbers that are seldom met.
+/// Divides `number`, which becomes the quotient, by `divisor`, 1 to 2^31. It goes bit by bit, so it
+/// is for numbers that are seldom met.
 /// \return the remainder.
 inline unsigned int Divide(unsigned long long& number, unsigned int divisor) {
     unsigned int rest = 0;
