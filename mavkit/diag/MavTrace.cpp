@@ -144,7 +144,8 @@ __attribute__((format(printf, 3, 0))) void Write(MavTrace& trace, const TraceSet
         return;
     // The record's name may lack its terminator.
     const std::string_view name(setting.name, strnlen(setting.name, sizeof setting.name));
-    char prefix[sizeof "kor(03-05 06:07:08):"] = "";
+    char prefix[sizeof "kor(03-05 06:07:08):"];
+    *prefix = '\0';
     if (setting.prefixOn != 0 && !trace.printed) {
         char now[7];
         Get_CurBCDTime7(now);
