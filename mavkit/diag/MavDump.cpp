@@ -1,6 +1,7 @@
 #include "mavkit/diag/MavDump.h"
 
 #include "mavkit/diag/PrintString.h"
+#include "mavkit/diag/TraceText.h"
 #include "mavkit/encoding/HexDigits.h"
 #include "mavkit/encoding/MavString.h"
 #include "mavkit/time/DateText.h"
@@ -33,7 +34,7 @@ void MavDump::OutputString(const char* text) {
     if (stream != nullptr)
         std::fwrite(text, std::strlen(text), 1, stream);
     else
-        trace("%s", text);
+        mavkit::TraceText(trace, text);
 }
 
 MavDump& MavDump::operator<<(const char* text) {

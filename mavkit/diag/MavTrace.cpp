@@ -3,6 +3,7 @@
 #include "mavkit/diag/ExportWay.h"
 #include "mavkit/diag/IsTraced.h"
 #include "mavkit/diag/Trace.h"
+#include "mavkit/diag/TraceText.h"
 #include "mavkit/encoding/HexDigits.h"
 #include "mavkit/sys/MavFile.h"
 #include "mavkit/sys/OpenTerminal.h"
@@ -135,9 +136,29 @@ std::FILE* Open(unsigned char channel, unsigned char way, std::string_view name,
     return size != static_cast<off_t>(-1) && size > maxSize ? Rotate(file, path) : file;
 }
 
-// Writes a message to the channels that take it.
-__attribute__((format(printf, 3, 0))) void Write(MavTrace& trace, const TraceSetting& setting,
-                                                 const char* format, std::va_list args) {
+// Writes a prefix and a text to `file`: in one write, unless a long text finds no memory.
+void WritePlain(std::FILE* file, std::string_view prefix, std::string_view text) {
+    if (!prefix.empty()) {
+        const std::size_t length = prefix.size() + text.size();
+        char room[4096];
+        char* joined = length <= sizeof room ? room : static_cast<char*>(std::malloc(length));
+        if (joined != nullptr) {
+            std::memcpy(joined, prefix.data(), prefix.size());
+            std::memcpy(joined + prefix.size(), text.data(), text.size());
+            std::fwrite(joined, 1, length, file);
+            if (joined != room)
+                std::free(joined);
+            return;
+        }
+        std::fwrite(prefix.data(), 1, prefix.size(), file);
+    }
+    std::fwrite(text.data(), 1, text.size(), file);
+}
+
+// Writes a message to the channels that take it: `format` with `args`, or `text` where those are
+// null.
+void Write(MavTrace& trace, const TraceSetting& setting, std::string_view text, const char* format,
+           std::va_list* args) {
     RestoreBuiltIn();
     const unsigned int takers = Takers(setting, trace.level, trace.flags);
     if (takers == 0)
@@ -161,10 +182,14 @@ __attribute__((format(printf, 3, 0))) void Write(MavTrace& trace, const TraceSet
             continue;
         if (file != stdout)
             std::setvbuf(file, nullptr, _IONBF, 0);
-        std::va_list copy; // one message may go to all three
-        va_copy(copy, args);
-        WriteLogEntry(file, prefix, std::strlen(prefix), format, copy);
-        va_end(copy);
+        if (args == nullptr) {
+            WritePlain(file, prefix, text);
+        } else {
+            std::va_list copy; // one message may go to all three
+            va_copy(copy, *args);
+            WriteLogEntry(file, prefix, std::strlen(prefix), format, copy);
+            va_end(copy);
+        }
         if (*prefix != '\0')
             trace.printed = true;
         *prefix = '\0'; // for the first channel only
@@ -184,6 +209,10 @@ bool mavkit::IsTraced(int level, unsigned int flags) {
             FindWay(setting.*kChannels[channel].way).kind != ExportWay::None)
             return true;
     return false;
+}
+
+void mavkit::TraceText(MavTrace& trace, std::string_view text) {
+    Write(trace, ActiveSetting(), text, nullptr, nullptr);
 }
 
 const char MavTrace::Prefix[] = "kor";
@@ -209,6 +238,6 @@ void MavTrace::operator()(const char* format, ...) {
         return;
     std::va_list args;
     va_start(args, format);
-    Write(*this, setting, format, args);
+    Write(*this, setting, {}, format, &args);
     va_end(args);
 }

@@ -4,6 +4,7 @@
 #include "mavkit/diag/MavTrace.h"
 #include "mavkit/diag/PrintString.h"
 #include "mavkit/diag/Trace.h"
+#include "mavkit/diag/TraceText.h"
 
 #include <cerrno>
 #include <cstddef>
@@ -45,7 +46,9 @@ void TraceSent(int queueId, long type, const unsigned char* payload, unsigned in
     line.reserve(sizeof head + 4 * std::size_t{length}); // enough: it grows only once
     line.append(head, static_cast<std::size_t>(headLength));
     GetPrintString(line, payload, length, true, 0);
-    MavTrace(LEVEL_VERBOSE, 0)("%s\n", line.c_str());
+    line += '\n';
+    MavTrace trace(LEVEL_VERBOSE, 0);
+    mavkit::TraceText(trace, line);
 } catch (const std::bad_alloc&) {
 }
 

@@ -3,7 +3,9 @@
 #include "mavkit/diag/MavTrace.h"
 #include "device/Device.h"
 #include "mavkit/diag/IsTraced.h"
+#include "mavkit/diag/MavDump.h"
 #include "mavkit/diag/Trace.h"
+#include "mavkit/diag/TraceText.h"
 
 #include <cerrno>
 #include <climits>
@@ -165,15 +167,23 @@ TEST_F(MavTraceTest, AnyLengthIsOneWrite) {
         MavTrace(0, 0)("%s", text.c_str());
         EXPECT_EQ(1, Writes() - before);
         EXPECT_EQ(length < 4076 ? 0 : 1, Device::Calls("malloc"));
+        MavTrace trace(0, 0);
+        mavkit::TraceText(trace, text); // with the prefix
+        mavkit::TraceText(trace, text); // without it
+        EXPECT_EQ(3, Writes() - before);
         GENERAL_LOG("%s", text.c_str());
-        EXPECT_EQ(2, Writes() - before);
-        EXPECT_EQ(file + prefix + text, device.TraceFile());
+        EXPECT_EQ(4, Writes() - before);
+        EXPECT_EQ(file + prefix + text + prefix + text + text, device.TraceFile());
         EXPECT_EQ(log + stamp + text, device.GeneralLog());
         device.Remove(dir + "trace.log");
         device.Remove(Device::kGeneralLog);
     }
     // Without memory a long one is written in pieces, with what the caller's errno was.
     const std::string text(6000, 't');
+    Device::Fail("malloc", ENOMEM);
+    MavDump(0, 0) << text.c_str();
+    EXPECT_EQ(prefix + text, device.TraceFile());
+    device.Remove(dir + "trace.log");
     const char* format = "%m %s";
     for (const bool log : {false, true}) {
         Device::Fail("malloc", ENOMEM);
