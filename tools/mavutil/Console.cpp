@@ -86,7 +86,8 @@ bool IsControl(unsigned character) {
 } // namespace
 
 bool OpenConsole() {
-    out = fdopen(dup(STDOUT_FILENO), "w");
+    const int copy = dup(STDOUT_FILENO);
+    out = copy >= 0 ? fdopen(copy, "w") : nullptr; // musl's opens a closed one as well
     if (out == nullptr || dup2(STDERR_FILENO, STDOUT_FILENO) < 0)
         return false;
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ); // in order with what is complained of
