@@ -6,6 +6,8 @@ import json
 import re
 import sys
 
+import chart
+
 
 def measured(path):
     """{(job, size, units): {who: nanoseconds}} of the medians, likewise of the deviations, and
@@ -98,37 +100,46 @@ def table(rows, spreads, targets, show):
         lines.append([job, size, show(ours) if ours else "-", show(floor) if floor else "-",
                       f"{show(best)} {name}" if name else "-", ratio(ours, floor),
                       ratio(ours, best), text, met])
-    widths = [max(len(line[i]) for line in lines) for i in range(len(head))]
-    for i, line in enumerate(lines):
-        print("| " + " | ".join(text.ljust(width) for text, width in zip(line, widths)) + " |")
-        if i == 0:
-            print("|" + "|".join("-" * (width + 2) for width in widths) + "|")
+    return markdown(lines)
+
+
+def markdown(lines):
+    return "\n".join("| " + " | ".join(line) + " |"
+                     for line in [lines[0], ["---"] * len(lines[0]), *lines[1:]])
 
 
 def growth(rows):
-    """How the cost grows from the smallest to the largest size of each job."""
+    """A table of how the cost grows from the smallest to the largest size of each job."""
     jobs = {}
     for (job, size, units), row in rows.items():
         if units and "ours" in row:
             kind = re.sub(r"^[\d,.]+ \S+ ?", "", size) # "sparse" of "1 Mi sparse"
             name = re.sub(r" [\d,.]+ \S*B$", "", job)
             jobs.setdefault((name, kind), []).append((units, row["ours"]))
-    print("\nGrowth (ours): size x, cost x")
+    lines = [["job", "size x", "cost x"]]
     for (job, kind), points in jobs.items():
         points.sort()
         if len(points) > 1:
             (a, cost), (b, more) = points[0], points[-1]
-            print(f"  {job + (' ' + kind if kind else ''):<34} {b / a:>8,.0f} {more / cost:>9,.1f}")
+            lines.append([job + (" " + kind if kind else ""), f"{b / a:,.0f}",
+                          f"{more / cost:,.1f}"])
+    return markdown(lines)
 
 
 def main():
     if sys.argv[1] == "--count":
         rows, targets = counted(sys.argv[2])
-        table(rows, {}, targets, number)
+        shown = {"host": table(rows, {}, targets, number), "growth": growth(rows)}
     else:
-        rows, spreads, targets = measured(sys.argv[1])
-        table(rows, spreads, targets, length)
-    growth(rows)
+        rows, spreads, targets = measured(sys.argv[-1])
+        shown = {"host": table(rows, spreads, targets, length), "growth": growth(rows)}
+    if sys.argv[1] == "--keep":
+        page = chart.PAGE.read_text(encoding="utf-8")
+        for name, content in shown.items():
+            page = chart.put(page, name, content)
+        chart.PAGE.write_text(page, encoding="utf-8")
+        chart.main()
+    print("\n\n".join(shown.values()))
 
 
 main()

@@ -15,7 +15,9 @@ import sys
 import tempfile
 
 PROJECT = pathlib.Path(__file__).resolve().parent.parent.parent
-PAGE = PROJECT / "docs/performance.md"
+sys.path[:0] = [str(PROJECT / "bench"), str(PROJECT / "machine")]
+import chart  # pylint: disable=wrong-import-position
+
 TOLERANCE = 1.03
 KERNEL_JOBS = ("trace line", "general-log line", "send and receive", "message shown", "tree walked",
                "file copied", "file filled")
@@ -76,7 +78,6 @@ def count_user(build, text):
 
 def count_with_kernel(build, kernel, text):
     """The same in a machine: the program is its first process, its files are in memory."""
-    sys.path.insert(0, str(PROJECT / "machine"))
     from terminal import QEMU, Archive  # pylint: disable=import-outside-toplevel
     archive = Archive()
     for folder in ("dev", "tmp", "root"):
@@ -153,13 +154,6 @@ def kernel_table(rows, user):
                   "met"], lines)
 
 
-def put(text, name, content):
-    """The page with the part between the marks of `name` replaced."""
-    begin, end = f"<!-- {name}: written by ./run bench -->\n", f"<!-- end of {name} -->"
-    head, rest = text.split(begin)
-    return head + begin + "\n" + content + "\n\n" + end + rest.split(end, 1)[1]
-
-
 def kept(text, name, column):
     """{(job, size): instructions} of a table of the page."""
     part = text.split(f"<!-- {name}:", 1)[1].split("<!-- end", 1)[0]
@@ -206,7 +200,7 @@ def main():
     both = {key: row for key, row in count_with_kernel(options.build, options.kernel, text).items()
             if row.job.startswith(KERNEL_JOBS)}
     tables = {"target": (user, user_table(user)), "kernel": (both, kernel_table(both, user))}
-    page = PAGE.read_text(encoding="utf-8")
+    page = chart.PAGE.read_text(encoding="utf-8")
     bad = False
     for name, (rows, shown) in tables.items():
         if options.check:
@@ -214,9 +208,9 @@ def main():
         else:
             print(shown + "\n")
         if options.keep and not text:
-            page = put(page, name, shown)
+            page = chart.put(page, name, shown)
     if options.keep:
-        PAGE.write_text(page, encoding="utf-8")
+        chart.PAGE.write_text(page, encoding="utf-8")
     elif options.check and not bad:
         print("no row takes over 3% more than docs/performance.md says")
     sys.exit(1 if bad else 0)
