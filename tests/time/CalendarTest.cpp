@@ -5,6 +5,8 @@
 #include "models/CivilTime.h"
 #include "time/TimeText.h"
 
+#include <initializer_list>
+
 namespace {
 
 // At time 0 the clock shows 01:00, in July UTC.
@@ -84,7 +86,7 @@ TEST(Calendar, NothingIsAddedForAnUnknownUnit) {
     const Zone zone(kBerlin);
     for (const char* const converted : {"01-01", "07-01"}) // glibc reads the hour by that
         for (const long t : {At("10-27 01:30") + 3600, At("10-27 01:30") + 7200}) // 02:30, twice
-            for (const unsigned char unit : {'\0', '\7', '\x7F'}) {
+            for (const unsigned char unit : std::initializer_list<unsigned char>{0, 7, 0x7F}) {
                 At(converted);
                 EXPECT_EQ(t, dateadd(unit, 1, t)) << int(unit) << " after " << converted;
             }
