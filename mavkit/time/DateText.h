@@ -6,10 +6,10 @@
 
 namespace mavkit {
 
-// For FillHex(), with a `Bcd7Time`; the time of day and what follows the year are parts of it.
+// For FillHex(), with a `Bcd7Time`: all of it, what follows the year, and the time of day.
 inline constexpr char kDateAndTime[] = "##-#-# #:#:#";
-inline constexpr const char* kAfterYear = kDateAndTime + 2;
-inline constexpr const char* kTimeOfDay = kDateAndTime + 7;
+inline constexpr char kAfterYear[] = "-#-# #:#:#";
+inline constexpr char kTimeOfDay[] = "#:#:#";
 
 inline constexpr std::size_t kDateAndTimeSize = sizeof "2024-03-05 06:07:08";
 inline constexpr std::size_t kTimeOfDaySize = sizeof "06:07:08";

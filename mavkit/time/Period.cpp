@@ -118,8 +118,8 @@ void TakeFinerFields(const LocalTime& base, unsigned char unit, std::tm* f) {
 //
 // The point is first looked for in the unit that `x` is in, or in the next one that is a multiple
 // of `n` units from the base: with the finer fields of the base. Where that is before `x` the
-// point is a step further. A point that the clock skips may be so
-// late that a point of a short step behind it comes before.
+// point is a step further. A point that the clock skips may come so late that, with a short step,
+// another one comes before it.
 void MoveUp(const LocalTime& base, unsigned char unit, unsigned long n, Point* x) {
     const long t = x->t;
     if (const unsigned long units = UnitsUp(base, unit, n, *x)) {
