@@ -1,9 +1,9 @@
 #!/bin/sh
 # The cards of the emulated terminal: read by its first process, and by the tasks it runs.
 
-# wait_for_card DEVICE: it takes a moment until the controller has seen a card; 3 s at most.
+# wait_for_card DEVICE: it takes a moment until the controller has seen a card; 10 s at most.
 wait_for_card() {
-    for _ in 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15; do
+    for _ in $(seq 50); do
         [ -b "$1" ] && return 0
         sleep 0.2
     done

@@ -5,12 +5,14 @@ BUILD and gives its console; with a COMMAND runs that instead and ends with its 
 """
 
 import argparse
+import ctypes
 import json
 import os
 import pathlib
 import re
 import shlex
 import shutil
+import signal
 import socket
 import stat
 import subprocess
@@ -21,7 +23,8 @@ import time
 
 HERE = pathlib.Path(__file__).resolve().parent
 PROJECT = HERE.parent
-CARD_SIZE = 512 << 20  # the smallest that cards of 4 KiB clusters and FAT32 have; mostly a hole
+SCRATCH = PROJECT / "build/terminal"
+CARD_SIZE = 512 << 20  # enough for FAT32 with clusters of 4 KiB; nearly all of it is a hole
 QEMU = ["qemu-system-mipsel", "-M", "malta", "-cpu", "24Kf", "-m", "256", "-vga", "none",
         "-nic", "none", "-no-reboot"]
 MODULES = ["mmc_core", "mmc_block", "cqhci", "sdhci", "sdhci-pci", "fat", "vfat", "nls_cp437",
@@ -126,13 +129,16 @@ class Image:
             self.program(program, "bin/" + pathlib.Path(program).name)
         self.archive.copy(PROJECT / "examples/terminal", "opt/terminal")
 
-    def program(self, path, name):
+    def stripped(self, path):
         """A program of the build, without what only a debugger reads."""
         stripped = self.scratch / "stripped" / path.replace("/", "-")
         stripped.parent.mkdir(parents=True, exist_ok=True)
         if not stripped.exists() or stripped.stat().st_mtime < (self.build / path).stat().st_mtime:
             subprocess.run([self.strip_tool, "-o", stripped, self.build / path], check=True)
-        self.archive.file(name, stripped.read_bytes(), 0o755)
+        return stripped.read_bytes()
+
+    def program(self, path, name):
+        self.archive.file(name, self.stripped(path), 0o755)
 
     def write_initrd(self, path, task, files):
         """The whole image; `task` is the shell script that it runs, `files` are more programs."""
@@ -143,13 +149,16 @@ class Image:
         pathlib.Path(path).write_bytes(self.archive.bytes() + extra.bytes())
 
 
-def new_card(path):
-    """An empty card: FAT32 with clusters of 4 KiB, as cards are sold."""
+def new_card(path, used=0, size=CARD_SIZE):
+    """An empty card: FAT32 with clusters of 4 KiB, as cards are sold, unless it is a small one.
+    The first `used` bytes hold what an earlier owner has left in them."""
     with open(path, "wb") as file:
-        file.truncate(CARD_SIZE)
-    subprocess.run(["mkfs.vfat", "-F", "32", "-s", "8", "-n", "MAVKIT", path], check=True,
-                   stdout=subprocess.DEVNULL, env={**os.environ,
-                                                   "PATH": os.environ["PATH"] + ":/sbin:/usr/sbin"})
+        file.write(b"what an earlier owner of the card has left \n" * (used // 44))
+        file.truncate(size)
+    kind = ["-F", "32", "-s", "8"] if size == CARD_SIZE else []
+    subprocess.run(["mkfs.vfat", *kind, "-n", "MAVKIT", path], check=True,
+                   stdout=subprocess.DEVNULL,
+                   env={**os.environ, "PATH": os.environ["PATH"] + ":/sbin:/usr/sbin"})
 
 
 class Port:
@@ -188,6 +197,11 @@ class Port:
         self.connection.sendall(text.encode())
 
 
+def die_with_parent():
+    """In a child: the kernel kills it when this program ends, however that ends."""
+    ctypes.CDLL(None).prctl(1, signal.SIGKILL)  # PR_SET_PDEATHSIG
+
+
 class Machine:
     """One emulated terminal that is on, until it turns itself off or its power is cut."""
 
@@ -211,7 +225,7 @@ class Machine:
         self.position = 0
         with open(self.folder / "qemu.log", "wb") as log:
             self.process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=log,
-                                            stderr=log)
+                                            stderr=log, preexec_fn=die_with_parent)
 
     def __enter__(self):
         return self
@@ -230,12 +244,12 @@ class Machine:
                     self.position = match.end()
                     return match
                 left = end - time.monotonic()
-                if self.console.closed or left <= 0:
+                if self.console.closed or left <= 0 or self.process.poll() is not None:
                     shown = self.console.text[-2000:].decode(errors="replace")
                     log = (self.folder / "qemu.log").read_text()
-                    why = "it is off" if self.console.closed else f"{seconds} s have passed"
+                    why = f"{seconds} s have passed" if left <= 0 else "it is off"
                     raise Failure(f"no '{pattern}' on the console, {why}:\n{shown}\n{log}")
-                self.console.changed.wait(left)
+                self.console.changed.wait(min(left, 1))
 
     def status(self, seconds=600):
         """The exit status of the task, when the machine has turned itself off."""
@@ -268,7 +282,9 @@ class Machine:
 
 def card_options(number, card):
     """The emulator's options for a controller, and for a card in it."""
-    options = ["-device", f"sdhci-pci,id=slot{number}"]
+    # From slot 18 on the board connects interrupts; a slot has room for eight.
+    options = ["-device", f"sdhci-pci,id=slot{number},multifunction=on,"
+                          f"addr={18 + number // 8:x}.{number % 8}"]
     if card:
         # Written through: what the machine knows to be on the card is in the file.
         options += ["-drive", f"if=none,id=drive{number},format=raw,cache=writethrough,file={card}",
@@ -296,19 +312,26 @@ def sit_down(image, card):
     os.execvp(command[0], command)
 
 
-def main():
-    parser = argparse.ArgumentParser(prog="./run terminal", description=__doc__.split("\n\n")[0])
-    parser.add_argument("--fresh", action="store_true", help="with an empty card")
-    parser.add_argument("command", nargs="*", help="a command to run in place of a console")
+def add_place(parser):
     place = parser.add_argument_group("set by ./run")
     place.add_argument("--build", required=True, help="the programs")
     place.add_argument("--toolchain", required=True, help="the toolchain that built them")
     place.add_argument("--packages", required=True, help="Debian's packages for mipsel")
+
+
+def make_image(options):
+    SCRATCH.mkdir(parents=True, exist_ok=True)
+    return Image(options.build, options.toolchain, options.packages, SCRATCH)
+
+
+def main():
+    parser = argparse.ArgumentParser(prog="./run terminal", description=__doc__.split("\n\n")[0])
+    parser.add_argument("--fresh", action="store_true", help="with an empty card")
+    parser.add_argument("command", nargs="*", help="a command to run in place of a console")
+    add_place(parser)
     options = parser.parse_args()
-    scratch = PROJECT / "build/terminal"
-    scratch.mkdir(parents=True, exist_ok=True)
-    image = Image(options.build, options.toolchain, options.packages, scratch)
-    card = scratch / "card.img"
+    image = make_image(options)
+    card = image.scratch / "card.img"
     if options.fresh or not card.exists():
         new_card(card)
     if options.command:

@@ -1,0 +1,387 @@
+"""What only a machine can show: tests on the emulated terminal.
+
+Each prints its figures; docs/reliability.md explains them.
+"""
+
+import argparse
+import collections
+import concurrent.futures
+import json
+import pathlib
+import random
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+
+import terminal
+from terminal import Failure, Machine
+
+# The kernel writes back what is 30 s old, and looks every 5 s. Here it is 2 s and 0.5 s, so that a
+# cut after seconds meets on a mount without sync what a cut after a minute meets in the field.
+SHORT_WRITE_BACK = """echo 200 >/proc/sys/vm/dirty_expire_centisecs
+echo 50 >/proc/sys/vm/dirty_writeback_centisecs
+"""
+LOOK = """
+look() { # NAME DEVICE OPTIONS CHECK TRACE GENERAL REGION COPY
+    echo "look $1"
+    device=$2
+    if [ "$4" = check ]; then
+        fsck.fat -a -w "$device" >/tmp/fsck 2>&1
+        echo "fsck $?"
+    fi
+    insert_one_card "$device" "$3"
+    shift 4
+    if grep -q "^$device /mnt/sd " /proc/mounts; then
+        echo "mounted 1"
+        find /mnt/sd >/tmp/names 2>/tmp/errors
+        echo "unreadable $(grep -c . /tmp/errors)"
+        cuts look "$@"
+        echo "read-only $(grep -c "^$device /mnt/sd vfat ro" /proc/mounts)"
+        umount /mnt/sdcard
+        umount /mnt/sd
+    fi
+    echo "looked"
+}
+write() { # DEVICE OPTIONS: with mounts that nobody else sees
+    unshare -m sh -c ". /etc/cards.sh && insert_one_card $1 $2 && cuts write $2" &
+}
+"""
+MOUNTS = ["sync", "flush", "defaults"]
+CHECKS = {"": "as it is", "check": "after fsck.fat"}
+STEPS = ["trace", "general", "region", "copy"]
+
+
+class Cuts:
+    """Power cuts, one after the other, with a card for each mount. A boot looks at the cards of
+    the cut before, as they are and, on copies, after fsck.fat; then it works on new cards until
+    its power is cut."""
+
+    def __init__(self, image, numbers, seed):
+        self.image = image
+        self.numbers = numbers
+        self.seed = seed
+        self.folder = pathlib.Path(tempfile.mkdtemp(dir=image.scratch, prefix="cuts-"))
+        self.found = collections.defaultdict(list)
+
+    def run(self):
+        empty = self.folder / "empty.img"
+        terminal.new_card(empty, used=24 << 20)
+        done = {}
+        for number in [*self.numbers, None]:
+            task = SHORT_WRITE_BACK + LOOK
+            cards = []
+            for mount in done:
+                cut = self.folder / f"{mount}-cut.img"
+                (self.folder / f"{mount}.img").replace(cut)
+                for check, kind in CHECKS.items():
+                    card = self.folder / f"{mount}-{len(cards)}.img"
+                    copy_card(cut, card)
+                    numbers = " ".join(done[mount].get(step, "0") for step in STEPS)
+                    task += (f"look {mount}-{len(cards)} /dev/mmcblk{len(cards)} {mount} '{check}' "
+                             f"{numbers}\n")
+                    cards.append(card)
+            if number is not None:
+                for mount in MOUNTS:
+                    task += f"write /dev/mmcblk{len(cards)} {mount}\n"
+                    cards.append(self.folder / f"{mount}.img")
+                    copy_card(empty, cards[-1])
+                task += "wait\n"
+            with Machine(self.image, task, cards) as machine:
+                self._read_looks(machine, done)
+                if number is None:
+                    break
+                for _ in MOUNTS:
+                    machine.wait_for(r" done trace 1\r")
+                time.sleep(random.Random(f"{self.seed} {number}").uniform(0, 5))
+                machine.cut_power()
+                time.sleep(0.05)
+                text = machine.console.text.decode(errors="replace")
+            done = {mount: {} for mount in MOUNTS}
+            for mount, step, count in re.findall(r"(\w+) done (\w+) (\d+)\r\n", text):
+                done[mount][step] = count
+                done[mount]["last"] = step
+            for mount, step in re.findall(r"(\w+) start (\w+) \d+\r\n(?!(?s:.)*\1 done)", text):
+                done[mount]["last"] = step
+        shutil.rmtree(self.folder)
+        return self
+
+    def _read_looks(self, machine, done):
+        for mount in done:
+            for kind in CHECKS.values():
+                text = machine.wait_for(r"look [\w-]+\r\n((?:.*\n)*?)looked", 300)[1].decode()
+                found = dict(re.findall(r"([\w-]+) (\w+)\r", text))
+                self.found[mount, kind].append({**found, "cut in": done[mount].get("last")})
+                with open(terminal.SCRATCH / "cuts.jsonl", "a", encoding="utf-8") as record:
+                    record.write(json.dumps([mount, kind, done[mount], found]) + "\n")
+
+
+def copy_card(source, destination):
+    subprocess.run(["cp", "--sparse=always", source, destination], check=True)
+
+
+def test_cuts(image, options):
+    """Power cuts: what is lost, mount by mount."""
+    parts = min(options.jobs, options.cuts)
+    jobs = [Cuts(image, range(options.cuts)[part::parts], options.seed) for part in range(parts)]
+    found = collections.defaultdict(list)
+    with concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:
+        for cuts in pool.map(Cuts.run, jobs):
+            for kind, results in cuts.found.items():
+                found[kind] += results
+    print(f"{options.cuts} cuts, seed {options.seed}; how many had it, and the most lines in one")
+    print_cuts(found)
+    # What must hold after any cut. Without sync and without a check, a card may become read-only.
+    for (mount, kind), results in found.items():
+        if mount == "defaults" and kind == "as it is":
+            continue
+        for result in results:
+            for key in ("mounted", "again-trace", "again-general", "again-region"):
+                expect(f"{key} after a cut, {mount}, {kind}", "1", result.get(key))
+            if mount == "sync":
+                expect(f"log lines lost, {mount}, {kind}", "0", result["general-lost"])
+
+
+def print_cuts(found):
+    """The table, a row for each mount and each way to look at it."""
+    columns = {
+        "trace lost": lambda r: int(r["trace-lost"]) if r["cut in"] != "rotation" else 0,
+        "lost in a rotation": lambda r: int(r["trace-lost"]) if r["cut in"] == "rotation" else 0,
+        "log lost": lambda r: int(r["general-lost"]),
+        "torn": lambda r: int(r["trace-torn"]) + int(r["general-torn"]),
+        "foreign": lambda r: int(r["trace-foreign"]) + int(r["general-foreign"]),
+        "region old": lambda r: r["region"] == "old",
+        "rejected": lambda r: r["region"] == "damaged",
+        "missing": lambda r: r["region"] == "missing",
+        "copy damaged": lambda r: r["copy"] == "damaged" and r["cut in"] != "copy",
+        "unreadable": lambda r: r["unreadable"] != "0",
+        "read-only": lambda r: r["read-only"] == "1",
+        "silent": lambda r: "0" in (r["again-trace"], r["again-general"], r["again-region"]),
+    }
+    head = ["mount", "looked at", "cuts", "in a rotation", "not mounted", *columns]
+    print("| " + " | ".join(head) + " |")
+    print("|---" * (len(columns) + 5) + "|")
+    for (mount, kind), results in sorted(found.items(), key=lambda item: MOUNTS.index(item[0][0])):
+        looked = [result for result in results if {"region", "read-only"} <= result.keys()]
+        rotations = sum(result["cut in"] == "rotation" for result in results)
+        row = [mount, kind, str(len(results)), str(rotations), str(len(results) - len(looked))]
+        for value in columns.values():
+            values = [value(result) for result in looked]
+            hit = sum(value > 0 for value in values)
+            row.append(f"{hit} ({max(values)})" if max(values, default=0) > 1 else str(hit))
+        print("| " + " | ".join(row) + " |")
+
+
+def expect(what, wanted, actual):
+    if actual != wanted:
+        raise Failure(f"{what}: {actual}, not {wanted}")
+
+
+def figures(text):
+    """The lines "NAME VALUE" that a program has printed."""
+    return dict(re.findall(r"^([\w-]+) ([^\r\n]+)\r?$", text, re.MULTILINE))
+
+
+def run(image, task, cards=(), files=None, seconds=600, wanted=0):
+    """Runs a task to its end; what it wrote to the console."""
+    with Machine(image, task, cards, files) as machine:
+        status = machine.status(seconds)
+        text = machine.console.text.decode(errors="replace")
+        if status != wanted:
+            raise Failure(f"status {status}, not {wanted}:\n{text[-4000:]}")
+        return text
+
+
+def card(image, name="test-card.img", **options):
+    path = image.scratch / name
+    terminal.new_card(path, **options)
+    return path
+
+
+def test_clock(image, _):
+    """The clock is set: by Set_SysTime, and by Set_SYS_HWClock with the `date` of the terminal."""
+    # A shell that, unlike BusyBox's, has no `date` of its own.
+    files = {"opt/dash": (image.packages / "dash/bin/dash").read_bytes(),
+             "opt/coreutils/date": (image.packages / "coreutils/bin/date").read_bytes(),
+             "opt/toybox/date": (image.packages / "toybox/bin/toybox").read_bytes(),
+             "opt/wrapper/date": (terminal.HERE / "date.sh").read_bytes()}
+    task = """export TZ=CET-1CEST,M3.5.0,M10.5.0/3
+for digits in 240305060708 370630235958; do
+    probe systime $digits
+    date '+kernel %F %T'
+done
+try() { # NAME FOLDER
+    /bin/busybox date 010100002024.00 >/dev/null
+    echo "date of $1"
+    PATH=$2:/bin probe hwclock 240305060708 2>&1
+}
+try BusyBox /bin
+ln -sf /opt/dash /bin/sh
+for name in coreutils toybox wrapper; do try $name /opt/$name; done
+"""
+    text = run(image, task, files=files)
+    times = re.findall(r"^(?:now|kernel) (\S+ \S+)\r$", text, re.MULTILINE)
+    for i, wanted in enumerate(("2024-03-05 06:07:0", "2037-06-30 23:59:5")):
+        for time_shown in times[2 * i:2 * i + 2]:
+            expect("the time", wanted, time_shown[:len(wanted)])
+        print(f"Set_SysTime: the clock is at {wanted}x")
+    for name, result, shown in re.findall(r"date of (\w+)\r\n(?:.*\n)*?result (\S+)\r\nnow (.*)\r",
+                                          text):
+        moved = shown.startswith("2024-03-05 06:07:0")
+        print(f"Set_SYS_HWClock with the date of {name}: the clock is {'' if moved else 'not '}set")
+        expect("the result", "0", result)
+        expect("the clock is set", name == "wrapper", moved)
+
+
+def test_ttys(image, _):
+    """Pseudo-terminals: with a reader, without one, and with one that goes away."""
+    found = figures(run(image, "setsid probe ttys"))
+    print(f"with a reader: {found['arrived']} of 6 messages arrive")
+    print(f"without one: of 1000 messages of 204 bytes it keeps {found['kept-bytes']} bytes, the "
+          f"slowest took {found['slowest-ms']} ms; read again, it takes the next: {found['again']}")
+    print(f"gone: the process lives: {found['alive']}; a controlling terminal: "
+          f"{found['controlling']}")
+    expect("messages that arrived", "6", found["arrived"])
+    expect("a message after the reader is back", "1", found["again"])
+    expect("a controlling terminal", "0", found["controlling"])
+    if int(found["slowest-ms"]) > 200:
+        raise Failure("a message waits for a reader")
+
+
+def test_card(image, _):
+    """The card: good, full, read-only, pulled, missing at boot; one and two."""
+    works = {"trace": "1", "log": "1", "region": "1", "save": "1", "create": "0", "copy": "0"}
+    fails = {"trace": "0", "log": "0", "region": "0", "create": "-1", "copy": "-1"}
+
+    def check(what, wanted, text):
+        found = {key: value for key, value in figures(text).items() if key in works}
+        print(f"{what}: {' '.join(f'{key} {value}' for key, value in found.items())}")
+        expect(what, wanted, found)
+
+    for mount in MOUNTS:
+        path = card(image, size=4 << 20)
+        task = f"""insert_one_card /dev/mmcblk0 {mount}
+probe work; echo ==
+rm -r /mnt/sd/term/common/* /mnt/sdcard/log/*
+mkdir /mnt/sd/term/common/trace
+for size in 64k 512; do
+    dd if=/dev/zero of=/mnt/sd/rest.$size bs=$size 2>/dev/null
+done
+df -k /mnt/sd; probe work; echo ==
+rm /mnt/sd/rest.*
+probe work
+"""
+        good, full, emptied = run(image, task, [path]).split("==\r\n")
+        check(f"a good card ({mount})", works, good)
+        check(f"a full card ({mount})", fails, full)
+        check(f"emptied ({mount})", works, emptied)
+    text = run(image, "insert_one_card /dev/mmcblk0 sync; mount -o remount,ro /mnt/sd; probe work",
+               [card(image)])
+    check("a read-only card", fails, text)
+    check("no card at boot", fails, run(image, "insert_one_card /dev/mmcblk0 sync; probe work"))
+    text = run(image, "insert_card /dev/mmcblk0 sync /mnt/sd; insert_card /dev/mmcblk1 sync "
+               "/mnt/sdcard; mkdir -p /mnt/sdcard/log /mnt/sd/term/common/trace; probe work; "
+               "find /mnt -name '*.log' | sort", [card(image), card(image, "test-card2.img")])
+    check("two cards", works, text)
+    pulled(image, check, works, fails)
+
+
+def pulled(image, check, works, fails):
+    path = card(image)
+    task = """insert_one_card /dev/mmcblk0 sync
+probe trace 8 &
+sleep 2; echo "pull it"
+for _ in 1 2 3 4 5 6 7 8 9 0; do [ -b /dev/mmcblk0 ] || break; sleep 0.5; done
+probe work; wait
+umount -l /mnt/sdcard; umount -l /mnt/sd
+echo "put it back"
+insert_one_card /dev/mmcblk0 sync
+echo ==; probe work
+"""
+    with Machine(image, task, [path]) as machine:
+        machine.wait_for("pull it")
+        machine.qmp("eject", id="card0", force=True)
+        machine.wait_for("put it back")
+        machine.qmp("blockdev-change-medium", id="card0", filename=str(path), format="raw")
+        expect("the task", 0, machine.status())
+        text = machine.console.text.decode(errors="replace")
+    before, after = text.split("==\r\n")
+    check("pulled while a process works", fails, before)
+    expect("the process that worked lives", "1", figures(before).get("alive"))
+    check("put back and mounted", works, after)
+
+
+def test_memory(image, _):
+    """Memory of collector and uplink, static and with the shared library."""
+    files = {}
+    for program in ("collector", "uplink"):
+        for kind in ("static", "shared"):
+            files[f"bin/{program}_{kind}"] = image.stripped(f"machine/{program}_{kind}")
+    files["lib/libmavkit.so.1"] = image.stripped("libmavkit.so.1")
+    task = """insert_one_card /dev/mmcblk0 sync
+mkdir /tmp/long; cp /opt/terminal/terminal.conf /tmp/long
+for i in 1 2 3 4 5 6 7 8 9; do cp /opt/terminal/day.frames /tmp/long/$i.frames; done
+for kind in static shared; do
+    uplink_$kind receive /tmp/long /tmp/$kind.shm >/tmp/out &
+    collector_$kind /tmp/long >/tmp/out2 &
+    sleep 1.5
+    for program in collector uplink; do
+        pid=$(pidof ${program}_$kind)
+        awk -v name=$program-$kind '/^Rss/ {rss = $2} /^Private/ {private += $2}
+            END {print name, rss, private}' /proc/$pid/smaps_rollup
+    done
+    wait
+done
+"""
+    found = figures(run(image, task, [card(image)], files))
+    print("| program | linked | resident KiB | private KiB |\n|---|---|---|---|")
+    for program in ("collector", "uplink"):
+        for kind in ("static", "shared"):
+            resident, private = found[f"{program}-{kind}"].split()
+            print(f"| {program} | {kind} | {resident} | {private} |")
+            if not 0 < int(private) < 2048:
+                raise Failure("a process of the terminal takes less than 2 MiB of its own")
+
+
+def main():
+    parser = argparse.ArgumentParser(prog="./run terminal-test", description=__doc__)
+    parser.add_argument("--cuts", type=int, default=6, help="power cuts for each mount (6)")
+    parser.add_argument("--seed", type=int, default=1, help="of the moments of the cuts (1)")
+    parser.add_argument("--jobs", type=int, default=2, help="machines at once (2)")
+    parser.add_argument("--only", action="append", choices=[test[5:] for test in TESTS],
+                        help="this test alone; may be repeated")
+    terminal.add_place(parser)
+    options = parser.parse_args()
+    image = terminal.make_image(options)
+    for program in ("cuts", "probe"):
+        image.program(f"machine/{program}", f"bin/{program}")
+    with tempfile.TemporaryDirectory(dir=terminal.SCRATCH, prefix="test-") as scratch:
+        image.scratch = pathlib.Path(scratch)
+        return run_tests(image, options)
+
+
+def run_tests(image, options):
+    failed = []
+    for name, test in TESTS.items():
+        if options.only and name[5:] not in options.only:
+            continue
+        started = time.monotonic()
+        print(f"== {test.__doc__.splitlines()[0]}", flush=True)
+        try:
+            test(image, options)
+        except Failure as failure:
+            print(f"FAILED: {failure}")
+            failed.append(name[5:])
+        print(f"   ({time.monotonic() - started:.0f} s)\n", flush=True)
+    if failed:
+        print("Failed: " + ", ".join(failed))
+    return 1 if failed else 0
+
+
+TESTS = {test.__name__: test for test in (test_clock, test_ttys, test_card, test_memory,
+                                          test_cuts)}
+
+if __name__ == "__main__":
+    sys.exit(main())
