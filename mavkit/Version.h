@@ -1,5 +1,5 @@
 /// \file
-/// Which mavkit this is. The macros are the version of the headers that a program was compiled
+/// The version of mavkit. The macros are the version of the headers that a program was compiled
 /// with; `mavkit_version` is that of the library that it runs with, which may be a later one of the
 /// same major version. What may change from one to the next is described in docs/versions.md.
 #ifndef MAVKIT_VERSION_H
@@ -15,7 +15,7 @@
     (MAVKIT_VERSION_MAJOR * 10000 + MAVKIT_VERSION_MINOR * 100 + MAVKIT_VERSION_PATCH)
 
 /// The version of the library that the program runs with, to be logged or shown.
-/// \return a text such as "1.0.0", which stays
+/// \return a text such as "1.0.0", valid for the life of the program
 const char* mavkit_version();
 
 #endif

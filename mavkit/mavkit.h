@@ -1,6 +1,6 @@
 /// \file
 /// Everything that mavkit offers, in one include. Programs that want less include the header of the
-/// facility alone; each header stands by itself. The build installs what is included here.
+/// facility alone; each header can be included alone. The build installs what is included here.
 #ifndef MAVKIT_MAVKIT_H
 #define MAVKIT_MAVKIT_H
 

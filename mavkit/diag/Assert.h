@@ -1,7 +1,7 @@
 /// \file
 /// Assertion reports: a check that reports on standard output that it failed, and lets the program
-/// go on. A resident process must not die of a surprise; what happens next is up to the code around
-/// the check.
+/// go on. A resident process must not end because of an unexpected state; the code around the check
+/// decides what happens next.
 #ifndef MAVKIT_DIAG_ASSERT_H
 #define MAVKIT_DIAG_ASSERT_H
 
@@ -12,8 +12,8 @@
 ///     ***********Assert failed.file=MavFile,line=41,exp=fd<64
 ///
 /// with the name of the source file (no directory, no extension), the line and the expression as it
-/// is written in the source. Never stops the process and yields nothing. `ASSERT_REPORT(false)`
-/// marks an error path that always reports.
+/// is written in the source. Never stops the process and has no value. `ASSERT_REPORT(false)` marks
+/// an error path that always reports.
 #define ASSERT_REPORT(expression)                                                                  \
     do {                                                                                           \
         if (!(expression))                                                                         \

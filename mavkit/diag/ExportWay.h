@@ -1,4 +1,4 @@
-// The export ways: what each is called and what it opens.
+// The export ways: the name of each and what it opens.
 #ifndef MAVKIT_DIAG_EXPORTWAY_H
 #define MAVKIT_DIAG_EXPORTWAY_H
 
@@ -28,7 +28,7 @@ inline constexpr ExportWay kExportWays[] = {
     {"ttyp5", ExportWay::Terminal, "/dev/pts/5"},
 };
 
-// The way of a code; one that opens nothing for a code outside the table.
+// Returns the way of a code; for a code outside the table, the way that opens nothing.
 inline const ExportWay& FindWay(unsigned char code) {
     return kExportWays[code < sizeof kExportWays / sizeof kExportWays[0] ? code : 0];
 }

@@ -85,7 +85,7 @@ MavDump& MavDump::operator<<(const TraceSetting& setting) {
     MAKE_TRACE_WAY_KEY(setting.traceWay, ways[0]);
     MAKE_TRACE_WAY_KEY(setting.dataWay, ways[1]);
     MAKE_TRACE_WAY_KEY(setting.scheWay, ways[2]);
-    // A name that somebody has filled carelessly may lack its terminator.
+    // A name that fills the whole array has no terminator.
     return Print(*this,
                  "prefixOn=%d level=%s traceWay=%s dataWay=%s scheWay=%s name=%.*s maxSize=%d",
                  setting.prefixOn, level, ways[0], ways[1], ways[2],

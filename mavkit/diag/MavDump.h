@@ -1,7 +1,7 @@
 /// \file
 /// A stream for diagnostic dumps. Values are pushed into it piece by piece; each piece is turned
 /// into text at once and given to an open stdio stream, or, when there is none, to a trace object,
-/// so that a dump of many pieces runs on in one line with one prefix:
+/// so that a dump of many pieces becomes one line with one prefix:
 ///
 ///     MavDump dump(LEVEL_INFO, 0);
 ///     dump << "meter " << 7 << ": ";
@@ -47,8 +47,9 @@ struct MavDump {
     MavDump& operator<<(_EXPORT_WAY way);          ///< its name, by the low 8 bits: "Public"
 
     /// A calendar time (the seconds of a `time_t`) in local time, `2024-03-05 06:07:08`; 0 writes
-    /// "NullTime", a time that cannot be broken down "invalid time " and its seconds. A `time_t`
-    /// that is wider than `long` is printed as a number, like a `long long`: cast it to `long`.
+    /// "NullTime", and a time that has no calendar fields writes "invalid time " and its seconds. A
+    /// `time_t` that is wider than `long` is printed as a number, like a `long long`: cast it to
+    /// `long`.
     MavDump& operator<<(const long& seconds);
 
     /// All fields of a setting by name, separated by blanks: `prefixOn=1 level=Verbose

@@ -44,8 +44,8 @@ constexpr TraceSetting BuiltIn() {
 }
 constexpr TraceSetting kBuiltIn = BuiltIn();
 
-// The built-in setting as callers get it. Once GetSetting() has handed it out somebody may have
-// changed it, and it is restored before each use; before that there is nothing to restore.
+// The built-in setting as callers get it. Once GetSetting() has returned it a caller may have
+// changed it, so it is restored before each use; before that there is nothing to restore.
 TraceSetting builtIn = kBuiltIn;
 std::atomic<bool> handedOut{false};
 
@@ -66,8 +66,8 @@ unsigned int Takers(const TraceSetting& setting, int level, unsigned int flags) 
     return (level <= setting.level ? 1U : 0U) | (flags & 3U) << 1;
 }
 
-// Joins `parts` to a path of less than `size` characters; false where they are longer: a path cut
-// short would be another file's.
+// Joins `parts` to a path of less than `size` characters; returns false when they are longer: a
+// shortened path would name another file.
 bool Join(char* path, std::size_t size, std::initializer_list<std::string_view> parts) {
     for (const std::string_view part : parts) {
         if (part.size() >= size)
@@ -84,7 +84,7 @@ bool Join(char* path, std::size_t size, std::initializer_list<std::string_view> 
 // emptied file; null when that cannot be opened. `file` is closed, or returned when there is no
 // memory.
 std::FILE* Rotate(std::FILE* file, const char* path) {
-    // A megabyte for a moment: held while a rotation runs and at no other time.
+    // A megabyte, allocated only while a rotation runs.
     void* content = std::calloc(1, kBackupSize);
     if (content == nullptr)
         return file;
@@ -99,9 +99,9 @@ std::FILE* Rotate(std::FILE* file, const char* path) {
     char backupPath[kPathSize + 4];
     Join(backupPath, sizeof backupPath, {path, "_bak"});
     if (std::FILE* backup = MavFile::OpenFile(backupPath, "w+")) {
-        std::setvbuf(backup, nullptr, _IONBF, 0); // what is not written shows at once
+        std::setvbuf(backup, nullptr, _IONBF, 0); // so that a failed write is seen at once
         const bool whole = std::fwrite(content, kBackupSize, 1, backup) == 1;
-        // The rest of a backup would leave a full card no room for the messages to come.
+        // An incomplete backup would leave no room on a full card for later messages.
         if (std::fclose(backup) != 0 || !whole)
             std::remove(backupPath);
     }
@@ -136,7 +136,7 @@ std::FILE* Open(unsigned char channel, unsigned char way, std::string_view name,
     return size != static_cast<off_t>(-1) && size > maxSize ? Rotate(file, path) : file;
 }
 
-// Writes a prefix and a text to `file`: in one write, unless a long text finds no memory.
+// Writes a prefix and a text to `file`: in one write, unless there is no memory for a long text.
 void WritePlain(std::FILE* file, std::string_view prefix, std::string_view text) {
     if (!prefix.empty()) {
         const std::size_t length = prefix.size() + text.size();
@@ -155,7 +155,7 @@ void WritePlain(std::FILE* file, std::string_view prefix, std::string_view text)
     std::fwrite(text.data(), 1, text.size(), file);
 }
 
-// Writes a message to the channels that take it: `format` with `args`, or `text` where those are
+// Writes a message to the channels that take it: `format` with `args`, or `text` when `args` is
 // null.
 void Write(MavTrace& trace, const TraceSetting& setting, std::string_view text, const char* format,
            std::va_list* args) {
@@ -231,7 +231,7 @@ std::FILE* MavTrace::GetExportFile(unsigned char channel, unsigned char way, con
     return Open(channel, way, name != nullptr ? name : "", maxSize);
 }
 
-// Kept short: most messages of a program are under the threshold and end at the first test.
+// Kept short: most messages of a program are not written and end at the first test.
 void MavTrace::operator()(const char* format, ...) {
     const TraceSetting& setting = ActiveSetting();
     if (Takers(setting, level, flags) == 0 && !IsHandedOut())

@@ -4,7 +4,8 @@
 ///
 ///     MavTrace(LEVEL_INFO, 0)("meter %s: %d W\n", name, watts);
 ///
-/// A message may go to three channels, each on the way that the active TraceSetting gives it:
+/// A message may go to three channels, each by the export way that the active TraceSetting gives
+/// it:
 ///
 /// | channel | number | takes a message when       | way field  | public file | private file   |
 /// |---------|--------|----------------------------|------------|-------------|----------------|
@@ -22,18 +23,19 @@
 ///
 /// **Rotation.** A file longer than the setting's `maxSize` is rotated before the next message: its
 /// first 1,000,500 bytes, filled up with zero bytes to exactly that length, become NAME.log_bak,
-/// replacing the backup before it, and the message starts the emptied file. A card without room for
-/// the backup gets none, not even the old one. Processes do not wait for each other: where two find
-/// the same file too long at once, both rotate it. Then the second may put what the first has just
-/// begun into the backup in place of the old content, and what another process wrote between the
-/// reading and the emptying is lost. Processes that must not lose lines so have private files.
+/// replacing the previous backup, and the message becomes the first one in the emptied file. When
+/// the card has no room for the backup there is none afterwards: the previous one is lost too.
+/// Processes do not wait for each other: when two find the same file too long at once, both rotate
+/// it. Then the second may replace the backup by the few lines that the file has since the first
+/// emptied it, and lines that another process wrote between the reading and the emptying are lost.
+/// Processes that must not lose lines in this way use private files.
 ///
-/// **Failures.** What cannot be opened is dropped for that channel, and the process goes on. What a
-/// full card has no room for is lost; the beginning of a message may stay in the file without its
-/// end.
+/// **Failures.** When a file or terminal cannot be opened, the message is dropped for that channel
+/// and the process goes on. Text that a full card has no room for is lost; the beginning of a
+/// message may stay in the file without its end.
 ///
 /// **Terminals.** A pseudo-terminal never becomes the controlling terminal of the process, and a
-/// write to it never waits: what a terminal that nobody reads has no room for is dropped.
+/// write to it never waits: text that does not fit into a terminal that nobody reads is dropped.
 #ifndef MAVKIT_DIAG_MAVTRACE_H
 #define MAVKIT_DIAG_MAVTRACE_H
 
@@ -68,7 +70,7 @@ struct MavTrace {
                              long maxSize) const;
 
     /// The record in use: `*Setting`, or the built-in default while `Setting` is null. The built-in
-    /// one gets its own values back at every call and every message: prefix on, level Verbose,
+    /// one is reset to its own values at every call and every message: prefix on, level Verbose,
     /// trace channel to standard output, the others off, name "Command", limit 50000 bytes.
     /// \return the active record, valid until `Setting` changes
     const TraceSetting& GetSetting() const;

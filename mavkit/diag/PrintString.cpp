@@ -10,8 +10,8 @@ namespace {
 
 constexpr unsigned kLineBytes = 36;
 
-// What each byte is rendered as: two digits, a blank, and a fourth character without meaning, in
-// one word as it is stored in memory.
+// The text of each byte: two digits, a blank, and a fourth character without meaning, as one word
+// in the byte order of memory.
 struct Groups {
     std::uint32_t words[256];
 };
@@ -31,8 +31,8 @@ constexpr Groups MakeGroups() {
 
 constexpr Groups kGroups = MakeGroups();
 
-// A word at any address: two instructions of the target. (A std::memcpy of four bytes becomes a
-// call there when the library is built for size.)
+// A word at any address, aligned or not: two instructions on the target. (A std::memcpy of four
+// bytes becomes a call there when the library is built for size.)
 struct __attribute__((packed, may_alias)) LooseWord {
     std::uint32_t value;
 };

@@ -8,9 +8,9 @@
 ///     03-05 06:07:08<TAB>ShareMem: open file error No such file or directory,file name is ...
 ///
 /// (month-day hour:minute:second in local time, no year). The file is opened for each entry and
-/// closed after it. An entry of any length reaches its end in one write, so processes that log at
-/// once never mix their lines; only where there is no memory for an entry above 4 KiB does it go
-/// out in pieces.
+/// closed after it. An entry of any length is appended in one write, so processes that log at once
+/// never mix their lines; only when there is no memory for an entry above 4 KiB is it written in
+/// pieces.
 #ifndef MAVKIT_DIAG_TRACE_H
 #define MAVKIT_DIAG_TRACE_H
 
@@ -29,14 +29,14 @@
 /// file is another one: `Trace{"/mnt/sdcard/log/mine.log", __LINE__, 0}("started\n")`.
 struct Trace {
     const char* path;  ///< the file to append to
-    int line;          ///< source line of the call; carried, not printed
-    unsigned int flag; ///< 0; carried, not printed
+    int line;          ///< source line of the call; stored, not printed
+    unsigned int flag; ///< 0; stored, not printed
 
     /// Appends one entry: the stamp and the printf-style `format` with its arguments.
     ///
     /// Where the file cannot be opened (no card, no directory, no descriptors) the text alone,
-    /// without stamp, goes to standard output. Write errors are ignored: what does not fit on a
-    /// full card is lost, and the beginning of the entry may stay in the file without its end.
+    /// without stamp, goes to standard output. Write errors are ignored: text that does not fit on
+    /// a full card is lost, and the beginning of the entry may stay in the file without its end.
     /// Returns nothing and throws nothing.
     void operator()(const char* format, ...) const __attribute__((format(printf, 2, 3)));
 };
@@ -63,7 +63,7 @@ __attribute__((format(printf, 4, 0))) inline void WriteLogEntry(std::FILE* file,
     if (text != nullptr && length >= 0) {
         if (text != entry) {
             const int copied = std::vsnprintf(text + headLength, size, format, again);
-            if (copied < length) // the arguments point to what has changed meanwhile
+            if (copied < length) // the text behind an argument has changed meanwhile
                 length = copied < 0 ? 0 : copied;
         }
         std::memcpy(text, head, headLength);
@@ -82,7 +82,7 @@ inline void Trace::operator()(const char* format, ...) const {
     va_start(args, format);
     if (std::FILE* file = std::fopen(path, "a+")) {
         std::setvbuf(file, nullptr, _IONBF, 0);
-        char stamp[] = "00-00 00:00:00\t"; // all zeros where the clock cannot be broken down
+        char stamp[] = "00-00 00:00:00\t"; // all zeros when the time has no calendar fields
         const std::time_t now = std::time(nullptr);
         if (const std::tm* t = std::localtime(&now)) {
             const int fields[] = {t->tm_mon + 1, t->tm_mday, t->tm_hour, t->tm_min, t->tm_sec};

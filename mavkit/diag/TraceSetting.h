@@ -1,5 +1,5 @@
 /// \file
-/// The vocabulary of the trace channel: levels, export ways, and the record that says how a process
+/// The vocabulary of the trace channel: levels, export ways, and the record that sets how a process
 /// routes its trace output. The channel itself is in `MavTrace.h`.
 #ifndef MAVKIT_DIAG_TRACESETTING_H
 #define MAVKIT_DIAG_TRACESETTING_H
@@ -61,9 +61,9 @@ constexpr unsigned int TRACE_LEVEL_NAME_SIZE = sizeof "Disabled";
 /// The size of a buffer for the name of any export way, its NUL included.
 constexpr unsigned int TRACE_WAY_NAME_SIZE = sizeof "Private";
 
-/// Code of the level called `name` (case ignored). A text that names none is read as a decimal
-/// number in the manner of `atoi` and gives its low 8 bits, so "3" is 3, "300" is 44, "-1" is 255
-/// and "Fatal" is 0; a null pointer is 0.
+/// Code of the level called `name` (case ignored). A text that is not a name is read as a decimal
+/// number, like `atoi` does, and gives its low 8 bits, so "3" is 3, "300" is 44, "-1" is 255 and
+/// "Fatal" is 0; a null pointer is 0.
 /// \return the code, 0 to 255: not checked against the table
 unsigned char MAKE_TRACE_LEVEL_VAL(const char* name);
 

@@ -1,4 +1,4 @@
-// A text that is finished already, for the trace channel.
+// Writes a text that needs no formatting to the trace channel.
 #ifndef MAVKIT_DIAG_TRACETEXT_H
 #define MAVKIT_DIAG_TRACETEXT_H
 
@@ -8,7 +8,7 @@
 
 namespace mavkit {
 
-// Does what `trace("%s", text)` does, without reading the text as often as a format makes libc do.
+// Does what `trace("%s", text)` does, but reads the text fewer times than libc does for a format.
 void TraceText(MavTrace& trace, std::string_view text);
 
 } // namespace mavkit

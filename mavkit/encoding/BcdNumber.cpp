@@ -17,7 +17,7 @@ constexpr std::size_t kTextSize = 1 + (DBL_MAX_10_EXP + 1) + 1 + 255 + 1;
 
 constexpr unsigned long long kMaxExact = 1ULL << DBL_MANT_DIG;
 
-// The powers of ten that a double holds exactly.
+// The powers of ten that a double represents exactly.
 constexpr double kPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
                               1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
                               1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
@@ -49,8 +49,8 @@ void PackText(double value, unsigned int integerDigits, unsigned int decimalDigi
     }
 }
 
-// BCDToDouble where a double cannot do it exactly: libc converts the text "DIGITSe-DECIMALS", which
-// has no point that a locale could change.
+// BCDToDouble for numbers that one division of doubles does not give exactly: libc converts the
+// text "DIGITSe-DECIMALS", which has no point that a locale could change.
 double ReadLongNumber(const unsigned char* data, unsigned int digits, unsigned int decimalDigits) {
     char text[255 + 255 + sizeof "e-255"];
     char* end = text;
@@ -160,7 +160,7 @@ double mypow(int exponent) {
 }
 
 double basechange(int exponent, unsigned int count, const unsigned char* data) {
-    // At a thousand, a power of ten is infinite or zero already.
+    // From an exponent of 1000 on, a power of ten is infinite or zero.
     constexpr long long kFar = 1000;
     double sum = 0.0;
     for (unsigned int k = 0; k < count; ++k) {

@@ -3,7 +3,7 @@
 /// layouts.
 ///
 /// A packed BCD byte holds two decimal digits, the more significant one in the high nibble: 0x59 is
-/// 59. Two byte orders stand side by side and are never mixed:
+/// 59. Two byte orders are used, and no function mixes them:
 ///
 /// | order      | first byte             | used by                                             |
 /// |------------|------------------------|-----------------------------------------------------|
@@ -23,7 +23,7 @@
 ///
 /// No function validates its digits: a nibble above 9 counts with its value 10 to 15 unless an
 /// operation says otherwise. Nothing keeps state, nothing allocates, and no result depends on the
-/// locale. Pointers are valid for the bytes that the counts name, unless an operation says
+/// locale. Pointers must be valid for as many bytes as the counts say, unless an operation says
 /// otherwise.
 ///
 /// The conversions from a double go through libc's "%f". On a tie (0.125 to two decimals) glibc and
@@ -34,13 +34,13 @@
 #ifndef MAVKIT_ENCODING_BCDNUMBER_H
 #define MAVKIT_ENCODING_BCDNUMBER_H
 
-/// Packs a binary value from 0 to 99 into a BCD byte; of 100 to 127 the last two digits count (120
-/// gives 0x20). A negative value has no meaningful result.
+/// Packs a binary value from 0 to 99 into a BCD byte; of a value from 100 to 127 the last two
+/// digits are packed (120 gives 0x20). A negative value has no meaningful result.
 /// \return the BCD byte.
 unsigned char cbcd(char value);
 
 /// Unpacks a BCD byte: high nibble x 10 + low nibble, so 0x99 gives 99.
-/// \return the value, truncated to 8 bits where nibbles above 9 carry it beyond.
+/// \return the value, truncated to 8 bits when nibbles above 9 make it larger.
 char bcdc(char bcd);
 
 /// Compares two high-first numbers of `count` bytes. Bytes compare as unsigned, which is the
@@ -67,8 +67,9 @@ int DoubleToBCD(double value, unsigned char& integerDigits, unsigned char& decim
 /// Reads a low-first number of `integerDigits` + `decimalDigits` digits, any counts from 0 to 255.
 /// A nibble above 9 ends the number, which is then made of the digits before it (0xA5 0x01 with I =
 /// 2, D = 2 gives 1.0); no digits give 0.0.
-/// \return the double nearest to the number. Beyond 9,007,199,254,740,992 without its point, or
-/// beyond 22 decimals, what libc's `strtod` gives: on uClibc that may be off in the last bits.
+/// \return the double nearest to the number. For a number above 9,007,199,254,740,992 (read without
+/// its point) or with more than 22 decimals it is the result of libc's `strtod`, which on uClibc
+/// may be wrong in the last bits.
 double BCDToDouble(const unsigned char* data, unsigned char integerDigits,
                    unsigned char decimalDigits);
 
@@ -81,15 +82,15 @@ int BCDExchange(unsigned char* source, unsigned char sourceInteger, unsigned cha
                 unsigned char* target, unsigned char targetInteger, unsigned char targetDecimal);
 
 /// Reads an integer of `count` low-first BCD bytes: 0x78 0x56 0x34 0x12 gives 12345678.
-/// \return the value; 0 when `count` is 0 or negative; -1 when `count` is above 4, whose values may
-/// not fit the result, or `data` is null.
+/// \return the value; 0 when `count` is 0 or negative; -1 when `count` is above 4 (the value might
+/// not fit the result) or `data` is null.
 int BcdToDec(int count, unsigned char* data);
 
 /// \return 10 to the power of `exponent`: infinity above 308, 0 below -308.
 double mypow(int exponent);
 
-/// Reads a low-first number of `count` digits, the least significant of which stands for 10 to the
-/// power of `exponent`: `basechange(-2, 6, data)` of 0x45 0x23 0x01 is 123.45. The digits are
+/// Reads a low-first number of `count` digits, the least significant of which has the weight 10 to
+/// the power of `exponent`: `basechange(-2, 6, data)` of 0x45 0x23 0x01 is 123.45. The digits are
 /// summed as doubles from the least significant up; a zero digit adds nothing, whatever its power.
 /// \return the value; 0.0 when `count` is 0.
 double basechange(int exponent, unsigned int count, const unsigned char* data);
@@ -97,7 +98,7 @@ double basechange(int exponent, unsigned int count, const unsigned char* data);
 /// Converts a value to a low-first number of I + D digits. The counts are not changed. The text of
 /// the value in printf's "%I.Df" is packed from its last character, a minus sign as the nibble 0xD
 /// and a blank as 0 (-1.5 with D = 2, I = 6 and `size` 3 gives 0x50 0xD1 0x00). What does not fit
-/// is dropped, the first digits and the minus sign before them: -12.5 with D = 1, I = 2 gives 0x25
+/// is dropped: the first digits, and the minus sign before them. -12.5 with D = 1, I = 2 gives 0x25
 /// 0x01, the same as 12.5. For negative numbers, ask for one more integer digit than they have.
 ///
 /// `size` is the number of bytes of `out` that are cleared first. Up to (I + D + 1) / 2 bytes are

@@ -30,7 +30,7 @@ constexpr long long kLastTextBit = 8388607;
 
 constexpr std::size_t kItemLength = 19;
 
-// A union goes by two words, which are one vector register where the processor has them.
+// A union works on two words at a time, which fit one vector register where the processor has them.
 constexpr std::size_t kPairBytes = 2 * kWordBytes;
 void UnitePair(unsigned char* to, const unsigned char* from) {
     LooseWord* const pair = reinterpret_cast<LooseWord*>(to);
@@ -51,8 +51,8 @@ inline __attribute__((always_inline)) Word CountInHalves(Word word) {
 Word SumOfHalves(Word halves) { return (halves & kAllBits / 17) + (halves >> 4 & kAllBits / 17); }
 
 // Finds the first bit at or after `from` that differs from those of `other` (0x00: the first set
-// bit, 0xFF: the first clear one), or the mask's end: in the rest of its byte, then in whole words
-// that have nothing else, then byte by byte in the word that has it.
+// bit, 0xFF: the first clear one), or the mask's end. It looks at the rest of the first byte, skips
+// whole words in which all bytes are `other`, and then goes on byte by byte.
 Position FindBit(const ByteString& bits, Position from, unsigned char other) {
     const unsigned char* const data = bits.data();
     const std::size_t size = bits.size();
@@ -92,7 +92,7 @@ char* PutNumber(char* end, long long number) {
     return end;
 }
 
-// Reads a number as atoi does, but not beyond `end` and without its limits: up to about kHuge.
+// Reads a number as atoi does, but not beyond `end`, and with a limit of about ten times kHuge.
 long long ReadNumber(const char* text, const char* end) {
     while (text != end && (*text == ' ' || (*text >= '\t' && *text <= '\r')))
         ++text;
@@ -113,7 +113,7 @@ void Clear(ByteString& bits, Position from, Position to) {
         return;
     const std::size_t first = static_cast<std::size_t>(from / CHAR_BIT);
     const std::size_t last = static_cast<std::size_t>(std::min(to, end - 1) / CHAR_BIT);
-    // The bits that stay. Of the mask's last byte none do when the range goes on beyond it.
+    // The bits that are kept. When the range reaches beyond the mask, none of the last byte are.
     const unsigned int head = 0xFF00U >> from % CHAR_BIT & 0xFFU;
     const unsigned int tail = to < end ? 0xFFU >> (to % CHAR_BIT + 1) : 0;
     unsigned char* const data = &bits[0];
@@ -150,7 +150,8 @@ void BitMask::Enable(unsigned int from, unsigned int to) {
 void BitMask::Disable(unsigned int from, unsigned int to) { Clear(bits, from, to); }
 
 void BitMask::Enable(const BitMask& other) {
-    // The other mask may be this one: its length is read before, its bytes after this one grows.
+    // The other mask may be this one: its length is read before this one grows, its bytes after
+    // that.
     const std::size_t size = other.bits.size();
     if (bits.size() <= size)
         bits.resize(size + 1);
@@ -274,7 +275,7 @@ void BitMask::ParseFrom(const char* text, bool enable, int base) {
         const char* const partEnd = range ? dash : end;
         long long from = ReadNumber(part, partEnd);
         long long to = range ? ReadNumber(dash + 1, end) : from;
-        // A zero counts where its digit stands, and as the end of a range it stands for the start.
+        // A zero counts only if its digit is there. As the end of a range, zero means the start.
         const bool counts = from != 0 || std::find(part, partEnd, '0') != partEnd;
         from += base;
         to = to == 0 ? from : to + base;

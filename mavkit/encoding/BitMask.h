@@ -21,9 +21,9 @@
 /// | 4      | N    | the bytes of the mask, byte 0 first                              |
 ///
 /// The text form is a list of items joined by "," without blanks, in rising order: a number, or the
-/// first and last number of a range joined by "-". The number t in a text stands for the bit
-/// t + base. A text with negative numbers, which a base above the lowest bit gives, can be printed
-/// but not read back: `ParseFrom` drops a dash in front of a number.
+/// first and last number of a range joined by "-". The number t in a text stands for the bit t +
+/// base. A text with negative numbers (the result of a base above the lowest set bit) can be
+/// printed but not read back: `ParseFrom` drops a dash in front of a number.
 
 #ifndef MAVKIT_ENCODING_BITMASK_H
 #define MAVKIT_ENCODING_BITMASK_H
@@ -37,8 +37,8 @@ struct MavDump;
 /// A growable set of numbered bits.
 class BitMask {
 public:
-    /// Sets the bits `from` to `to`, both included, and grows the mask to hold bit `to` (512 MiB
-    /// for the last one, 0xFFFFFFFF). Does nothing when `to` < `from`.
+    /// Sets the bits `from` to `to`, both included, and grows the mask so that it has bit `to` (512
+    /// MiB for the last one, 0xFFFFFFFF). Does nothing when `to` < `from`.
     void Enable(unsigned int from, unsigned int to);
 
     /// Clears those of the bits `from` to `to`, both included, that lie inside the mask. Does
@@ -59,7 +59,7 @@ public:
 
     /// Shortens the mask at its end without changing a bit. The last byte kept is that of the
     /// highest set bit; when this bit is the last one of its byte and more bytes followed, one zero
-    /// byte more is kept. A mask without a set bit ends as one zero byte; an empty one stays empty.
+    /// byte more is kept. A mask without a set bit becomes one zero byte; an empty one stays empty.
     void Trim();
 
     /// Writes the serialised form into a buffer of `size` bytes.
@@ -89,12 +89,12 @@ public:
     /// | "5-3"        | nothing                                                                 |
     /// | "-4", "-4-6" | 4: a dash in front is dropped, and the number ends at the next one      |
     /// | "1--5"       | nothing: the range ends at -5                                           |
-    /// | "", " ", "x" | nothing: 0 counts only where the digit stands ("0", "00", "a0", "0-7")  |
+    /// | "", " ", "x" | nothing: 0 counts only if its digit is there ("0", "00", "a0", "0-7")   |
     ///
-    /// An item with an end that is negative after the base is skipped whole. For setting, so is one
-    /// with an end above 8388607 (a mask of 1 MiB): no text can make a mask of hundreds of
-    /// megabytes. Clearing has no upper bound: "9-99999999999" clears all from bit 9 on. A null
-    /// text does nothing.
+    /// An item with an end that is negative after the base is added is skipped as a whole. When
+    /// bits are set, an item with an end above 8388607 (a mask of 1 MiB) is skipped too: no text
+    /// can make a mask of hundreds of megabytes. Clearing has no upper bound: "9-99999999999"
+    /// clears all from bit 9 on. A null text does nothing.
     void ParseFrom(const char* text, bool enable, int base);
 
     /// Writes the text form with base 0 into a dump stream, in one piece.

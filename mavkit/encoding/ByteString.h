@@ -17,8 +17,9 @@
 
 namespace mavkit {
 
-/// What `std::char_traits` is for characters, for bytes. The C++ standard does not ask for traits
-/// of unsigned char: libstdc++ has them, libc++ gave its own up (deprecated in 18, gone in 19).
+/// The same for bytes as `std::char_traits` is for characters. The C++ standard does not ask for
+/// traits of unsigned char: libstdc++ has them, libc++ gave up its own (deprecated in 18, removed
+/// in 19).
 struct ByteTraits {
     typedef unsigned char char_type;
     typedef int int_type;
@@ -61,7 +62,7 @@ typedef std::basic_string<unsigned char, mavkit::ByteTraits> ByteString;
 
 #else
 
-/// A growable string of unsigned bytes; any byte value may stand anywhere in it.
+/// A growable string of unsigned bytes; it may contain any byte value.
 typedef std::basic_string<unsigned char> ByteString;
 
 #endif

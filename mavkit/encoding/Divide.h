@@ -1,5 +1,5 @@
 // Division of 64 bits by 32 in little code. The target has no instruction for it, and the functions
-// that compilers bring for it take more than 4 KiB.
+// that compilers provide for it take more than 4 KiB.
 
 #ifndef MAVKIT_ENCODING_DIVIDE_H
 #define MAVKIT_ENCODING_DIVIDE_H

@@ -18,17 +18,17 @@
 #define MAVKIT_ENCODING_HEXTEXT_H
 
 /// Reads one hex digit by the digit rule above.
-/// \return 0 to 15, whatever the character.
+/// \return 0 to 15, for every character.
 unsigned char Char_No1Hex(char c);
 
-/// Reads the first two characters of `text` as a byte, the first as its high nibble. Both are read
-/// whatever the text's length, so `text` has at least two characters, the terminator included: "A"
-/// reads as 0xA0. The text is not changed.
+/// Reads the first two characters of `text` as a byte, the first as its high nibble. Both are
+/// always read, so `text` must have at least two characters, the terminator included: "A" reads as
+/// 0xA0. The text is not changed.
 /// \return the byte; 0 for a null text.
 unsigned char String_Asc2TouChar(char* text);
 
 /// Reads up to four hex digits. A longer text is read to its fourth character; a shorter one as if
-/// zeros stood before it: "12345" reads as 0x1234, "1A" as 0x001A.
+/// zeros were in front of it: "12345" reads as 0x1234, "1A" as 0x001A.
 /// \return the 16-bit value; 0 for an empty or null text.
 unsigned short String_Asc4TouShort(const char* text);
 
@@ -56,12 +56,12 @@ void String_uLongToAsc8(unsigned long value, char* text);
 /// \return 0 to 99, or -2 when either is not a character '0' to '9'.
 int No2Char_Dec1(char tens, char units);
 
-/// Reports whether a character is a hex digit. Despite the name, the letters count.
+/// Reports whether a character is a hex digit. Despite the name, the letters are included.
 /// \return 1 for '0' to '9', 'a' to 'f' and 'A' to 'F', otherwise 0.
 int isbcdchar(char c);
 
-/// Cuts `line` at the first separator: `key` receives what stands before it, `value` all that
-/// follows, further separators included. Nothing is trimmed: blanks and a trailing line feed are
+/// Cuts `line` at the first separator: `key` receives the text before it, `value` all the text
+/// after it, further separators included. Nothing is trimmed: blanks and a trailing line feed are
 /// copied unchanged. Each of the two buffers has room for the whole line with its terminator, and
 /// neither overlaps the line or the other. The line itself is not changed. A zero separator is
 /// never found.

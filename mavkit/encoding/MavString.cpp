@@ -9,7 +9,7 @@
 
 namespace {
 
-// The value of every character as a hex digit; negative for those that are none.
+// The value of every character as a hex digit; negative for other characters.
 struct HexValues {
     signed char of[256];
 };
@@ -52,7 +52,7 @@ std::size_t CountFields(const char* text, const char* end, const char* delimiter
         return 1;
     std::size_t fields = 0;
     if (step == 1) {
-        // Without branches: a field ends where a character that counts stands before a delimiter.
+        // Without branches: each delimiter ends a field, unless that field is empty and not kept.
         char before = *delimiter;
         for (; text != end; ++text) {
             fields += *text == *delimiter && (keepEmpty || before != *delimiter) ? 1U : 0U;

@@ -18,7 +18,7 @@ public:
     /// delimiters, before the first, after the last, or the empty text itself) is appended as an
     /// empty string when `keepEmpty` is true and left out otherwise. A null or empty delimiter does
     /// not split: the whole text is appended, even an empty one. Both texts may be part of the list
-    /// itself. The list grows by what is appended, once.
+    /// itself. Memory for all new fields is reserved at once.
     ///
     /// | text, delimiter | `keepEmpty` false | `keepEmpty` true     |
     /// |-----------------|-------------------|----------------------|
@@ -36,8 +36,8 @@ public:
 ///
 /// A digit is 0-9, a-f or A-F. Other characters are skipped where a byte could begin. A digit
 /// begins a byte and consumes the next character too: if that is a digit, the byte is made of the
-/// two; if not, the character is dropped and the byte is the first digit alone. So is a digit at
-/// the end of the text.
+/// two; if not, the character is dropped and the byte is the first digit alone. A digit at the end
+/// of the text is a byte alone, too.
 ///
 /// | text      | bytes     |
 /// |-----------|-----------|
@@ -52,7 +52,7 @@ int ParseHexStr(const char* text, ByteString& bytes);
 
 /// Reads a text file of hex digits as `ParseHexStr` reads a text, and appends the bytes. Line ends
 /// are ordinary characters that are not digits. The file is read by lines, in pieces of at most
-/// 1022 characters; what follows a zero byte in a piece is not seen. The pieces pass through one
+/// 1022 characters; what follows a zero byte in a piece is ignored. The pieces pass through one
 /// buffer of the process, so two threads must not read at once.
 /// \return 0 after reading; -1, with nothing appended, when the file cannot be opened or a read
 /// fails.

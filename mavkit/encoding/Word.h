@@ -11,8 +11,8 @@ using Word = unsigned long;
 
 constexpr std::size_t kWordBytes = sizeof(Word);
 
-// A word at any address, among data of any type. (std::memcpy of a word would do as well, but
-// becomes a call on the target when it is built for size.)
+// A word at any address, in data of any type. (std::memcpy of a word would also work, but becomes a
+// call on the target when the library is built for size.)
 struct __attribute__((packed, may_alias)) LooseWord {
     Word value;
 };

@@ -39,25 +39,26 @@ public:
     IpcInfo() : first(0), second(0), type(0), createTime(0), lifetime(0) {}
 
     /// Writes the flat record to `buffer`, which has room for `capacity` bytes. The byte strings
-    /// are written as text: from its first zero byte on a string becomes zero bytes, at its full
-    /// length.
+    /// are written as text: all bytes of a string after its first zero byte are written as zero
+    /// bytes, and its length stays.
     /// \return the bytes written, 32 + L1 + L2 + L3; 0, and nothing written, for a null buffer or
     ///         when the capacity is smaller (also when a length does not fit into its slot)
     unsigned int Serialize(unsigned char* buffer, unsigned int capacity) const;
 
     /// Reads a flat record from the `length` bytes at `buffer`; more bytes after the record are
-    /// left alone. The numbers replace the present ones. The byte strings, zero bytes included, are
+    /// ignored. The numbers replace the present ones. The byte strings, zero bytes included, are
     /// appended to the present ones: read into a fresh record, or clear the strings first. When
     /// memory for the strings runs out (`std::bad_alloc`), the numbers have been replaced and no
     /// string has been changed.
     /// \return 32 plus the lengths of the three strings as they are then: for a fresh record the
     ///         bytes consumed (at most 4294967295, which stands for any larger sum); 0, and nothing
     ///         changed, when the buffer is null or shorter than 32 bytes; 0, the numbers replaced
-    ///         and the strings unchanged, when it is shorter than the lengths in it announce
+    ///         and the strings unchanged, when it is shorter than the lengths in it require
     unsigned int Deserialize(unsigned char* buffer, unsigned int length);
 
-    /// Reports whether the record is in force now: made at second t with a lifetime of d it is up
-    /// to and including second t + d. A record that has expired draws a line in the general log.
+    /// Reports whether the record is in force now: a record made at second t with a lifetime of d
+    /// is in force up to and including second t + d. A record that has expired is reported in the
+    /// general log.
     /// \return false for type 0 or an expired record; true otherwise, also without a lifetime,
     ///         without a creation time, and when the creation time is in the future
     bool IsValid() const;

@@ -28,7 +28,7 @@ struct Free {
 };
 using Buffer = std::unique_ptr<unsigned char, Free>;
 
-// A message buffer for `length` payload bytes, with 3 to spare; null without memory.
+// A message buffer for `length` payload bytes and 3 more; null when there is no memory.
 Buffer NewBuffer(std::size_t length) {
     constexpr std::size_t kExtra = kTypeSize + 3;
     return Buffer(length > SIZE_MAX - kExtra
@@ -36,7 +36,7 @@ Buffer NewBuffer(std::size_t length) {
                       : static_cast<unsigned char*>(std::malloc(length + kExtra)));
 }
 
-// The message is in the queue by now. Without memory for the line only the line is lost.
+// The message is in the queue by now. When there is no memory for the line, only the line is lost.
 void TraceSent(int queueId, long type, const unsigned char* payload, unsigned int length) try {
     char head[128];
     const int headLength = std::snprintf(
@@ -84,7 +84,7 @@ bool Message::RecvMsg(void* ipMsgBuff, unsigned int& length, long selector) {
         GENERAL_LOG("Message: Message(queueid=%d,type=%ld) receive failed because ipMsgBuff is too "
                     "small.\n",
                     queueId_, selector);
-        // Takes it out of the queue, cut to the capacity: it would block every later receive.
+        // Takes it out of the queue, cut to the capacity, as it would block every later receive.
         msgrcv(queueId_, ipMsgBuff, length, selector, IPC_NOWAIT | MSG_NOERROR);
     } else if (errno != ENOMSG) {
         GENERAL_LOG("Message: Message(queueid=%d,type=%ld) receive ERROR(%s).\n", queueId_,
@@ -112,8 +112,8 @@ bool Message::RecvData(unsigned char* bytes, unsigned int& length, long selector
 bool Message::HasMsg(long selector) {
     if (queueId_ == -1)
         return false;
-    // With no room for the payload the kernel leaves the message in the queue and reports E2BIG.
-    // The buffer is real all the same: some kernels and emulators refuse a null one first.
+    // With no room for the payload the kernel leaves the message in the queue and reports E2BIG. It
+    // gets a real buffer anyway: some kernels and emulators refuse a null one first.
     long probe[2];
     return msgrcv(queueId_, probe, 0, selector, IPC_NOWAIT) == -1 && errno == E2BIG;
 }

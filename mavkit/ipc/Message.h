@@ -65,7 +65,7 @@ public:
     void ClearMsg(long selector);
 
     /// Sends the message buffer `msg` with `length` payload bytes. When the kernel refuses it, for
-    /// whatever reason, it drops the queued messages of its type and tries again; then those of all
+    /// any reason, it drops the queued messages of its type and tries again; then those of all
     /// types up to its own; then all. So a message is tried four times at the most, and only then
     /// is an error logged. A message that is always refused therefore empties the queue: one with a
     /// type of 0 or less, and one whose payload is longer than the kernel allows (`msgmax`, 8192

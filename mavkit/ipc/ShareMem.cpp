@@ -16,7 +16,7 @@
 
 namespace {
 
-// A missing path is an empty one: it cannot be opened, but can be printed.
+// A null path becomes an empty one, which cannot be opened but can be printed.
 const char* Name(const char* path) { return path != nullptr ? path : ""; }
 
 } // namespace
@@ -97,7 +97,7 @@ bool ShareMem::Save(void* ipData, unsigned int iiLen, bool invalidateOnly, bool 
         return false;
     }
     // The kernel rounds a length up to whole pages and does not check for an overflow. A length
-    // that would become 0 is cut to the longest one that does not, which no mapping has either.
+    // that would become 0 is cut to the longest one that does not; no mapping is that long either.
     const std::size_t page = static_cast<std::size_t>(getpagesize());
     const std::size_t offset = data & (page - 1);
     const std::size_t longest = SIZE_MAX & ~(page - 1);

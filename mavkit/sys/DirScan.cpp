@@ -16,19 +16,19 @@
 namespace {
 
 // The working directory, to which the process returns at the end of the scope: by its descriptor,
-// which also serves when it was renamed or its path is too long, else by its path. It must not be
-// left before HasWayBack() has been asked.
+// which also works when the directory was renamed or its path is too long, or else by its path.
+// Call HasWayBack() before leaving it.
 class WorkingDirectory {
 public:
     WorkingDirectory() : fd_(open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
         errno = 0;
         path_ = getcwd(nullptr, 0);
-        // No kernel names a path longer than PATH_MAX, and not every libc tries. A directory that
-        // has been deleted has no name at all.
+        // No kernel reports a path longer than PATH_MAX, and not every libc tries to build one. A
+        // directory that has been deleted has no name at all.
         exists_ = path_ != nullptr || errno == ENAMETOOLONG || errno == ERANGE;
-        // A process that has given up privileges may stand in a directory that it could not enter
-        // again. Whoever can look up "." may enter it: by the descriptor, or by a path that leads
-        // here.
+        // A process that has given up privileges may be in a directory that it could not enter
+        // again. A process that can look up "." may enter it: by the descriptor, or by a path that
+        // leads here.
         hasWayBack_ = fd_ >= 0 || (path_ != nullptr && IsSame(path_, "."));
     }
     ~WorkingDirectory() {
@@ -65,8 +65,8 @@ private:
 };
 
 // One walk of a tree. The directories from the scanned one down to the one being listed are open,
-// and are found and entered by descriptor only. A loop over a heap of levels and no recursion: a
-// deep hostile tree takes descriptors, which run out with an error, but no stack.
+// and are found and entered by descriptor only. It is a loop over a vector of levels and not a
+// recursion: a deep hostile tree uses descriptors, which run out with an error, but no stack.
 class Walk {
 public:
     Walk(DirScan::Callback callback, void* context, int limit)
@@ -86,7 +86,7 @@ public:
             errno = 0;
             const dirent* entry = readdir(level.dir);
             if (entry == nullptr) {
-                // Not every libc takes ENOENT, the directory has been removed, for the end.
+                // Not every libc treats ENOENT (the directory has been removed) as the end.
                 if (errno == 0 || errno == ENOENT)
                     Leave();
                 else
@@ -98,7 +98,7 @@ public:
                 continue;
             if (!inside_ && !Return())
                 continue;
-            // Asked now: the type in the buffer is from before the last subdirectory was walked.
+            // Checked now, as the entry may have been read before the last subdirectory was walked.
             const bool isDirectory = IsDirectory(level.dir, name);
             if (!callback_(level.depth, isDirectory, path_.c_str(), name, context_))
                 return false;
@@ -111,7 +111,7 @@ public:
 private:
     struct Level {
         DIR* dir;
-        std::size_t pathLength; // how much of path_ names it
+        std::size_t pathLength; // the length of its part of path_
         int depth;
     };
 
@@ -132,7 +132,7 @@ private:
 
     // Opens and enters the directory `name` (its path is path_) in the directory `parent`.
     bool Enter(int parent, const char* name, int flags, int depth) {
-        levels_.push_back(Level{nullptr, path_.size(), depth}); // first: it may throw
+        levels_.push_back(Level{nullptr, path_.size(), depth}); // done first, as it may throw
         const int fd = openat(parent, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC | flags);
         DIR* dir = fd >= 0 ? fdopendir(fd) : nullptr;
         if (dir != nullptr && fchdir(fd) == 0) {
@@ -149,8 +149,8 @@ private:
         return false;
     }
 
-    // Goes back into the directory being listed, after a visit below it. Where that fails, its
-    // other entries are not reported: their bare names might be other files in another directory.
+    // Goes back into the directory being listed, after a visit below it. When that fails, its other
+    // entries are not reported: in another directory their bare names might name other files.
     bool Return() {
         inside_ = fchdir(dirfd(levels_.back().dir)) == 0;
         if (!inside_)
@@ -165,7 +165,8 @@ private:
         complete_ = false;
     }
 
-    // Closes the directory being listed. The process enters the one above when it has to.
+    // Closes the directory being listed. The process enters the one above only when it has to
+    // report an entry of it.
     void Leave() {
         DIR* dir = levels_.back().dir;
         levels_.pop_back();
@@ -187,7 +188,7 @@ private:
     std::vector<Level> levels_; // of the directory scanned, of the one entered in it, and so on
     std::string path_;          // of the last of them
     bool inside_ = false;       // the working directory is the last of them
-    bool complete_ = true;      // no listing broke off
+    bool complete_ = true;      // every listing came to its end
 };
 
 } // namespace

@@ -41,7 +41,7 @@ public:
                              void* context);
 
     char* root;     ///< absolute path of the directory to scan, on the heap and owned; null: none
-    char* filePart; ///< what stood after the directory in the path given; null when nothing did
+    char* filePart; ///< the part of the path after the directory; null when there is none
 
     /// Prepares `path` as `ParsePath()` does.
     explicit DirScan(const char* path);
@@ -65,27 +65,30 @@ public:
     ///
     /// The working directory stays as it is. The root is null when there is no memory, when the
     /// system cannot name the directory (a path longer than PATH_MAX, which not every libc can
-    /// name), and when the way back to the working directory is not sure: then it is not left.
+    /// name), and when it is not certain that the process can return to the working directory: then
+    /// it is not left.
     void ParsePath(const char* path);
 
     /// Scans the root and what is below it, directories down to depth `limit` (0: the root's own
     /// entries only; negative: all). The entries come in the order in which the system lists them.
-    /// A directory that cannot be opened or entered draws a general-log line and is skipped. One
-    /// whose listing breaks off, by an error or because it cannot be entered again after a visit
-    /// below it, draws the same line; the scan goes on with the rest of the tree and returns false.
+    /// A directory that cannot be opened or entered is reported in the general log and skipped. One
+    /// whose listing stops before its end, because of an error or because it cannot be entered
+    /// again after a visit below it, is reported in the same way; the scan goes on with the rest of
+    /// the tree and returns false.
     ///
-    /// Afterwards the working directory is the one from before. Where no way back to it is sure (a
-    /// process that gave up its privileges in a directory that it may not enter), the scan does not
-    /// start.
+    /// Afterwards the working directory is the same as before. When it is not certain that the
+    /// process can return to it (a process that gave up its privileges in a directory that it may
+    /// not enter), the scan does not start.
     /// \return true when every directory was listed to its end or skipped; false when a listing
-    ///         broke off, when the callback ended the scan, or when nothing was scanned: without a
-    ///         root, a callback or a sure way back, and in a working directory that was deleted
+    ///         stopped before its end, when the callback ended the scan, or when nothing was
+    ///         scanned: without a root, a callback or a certain way back, and in a working
+    ///         directory that was deleted
     bool Scan(Callback callback, void* context, int limit);
 
     /// Scans `directory` (absolute, or relative to the working directory) as `Scan()` does, with
-    /// `depth` as the depth of its entries. A directory deeper than `limit` is not looked at.
-    /// Afterwards the working directory is the parent of `directory`, or the one from before when
-    /// that could not be opened or entered.
+    /// `depth` as the depth of its entries. A directory deeper than `limit` is not read. Afterwards
+    /// the working directory is the parent of `directory`, or unchanged when `directory` could not
+    /// be opened or entered.
     /// \return as `Scan()`; false for a null directory or callback
     static bool ScanDir(const char* directory, int depth, Callback callback, void* context,
                         int limit);

@@ -21,11 +21,11 @@ constexpr std::size_t kSmallSize = 3072;
 constexpr std::size_t kBufferSize = 8192;
 constexpr std::size_t kLineSize = 512;
 
-// A warning is being written. Its export file is opened here too, and would draw a warning of its
-// own, and so on: what is raised meanwhile is dropped.
+// Whether a warning is being written. Its export file is opened by OpenFile() too and could cause
+// another warning, and so on: a warning that is raised meanwhile is dropped.
 std::atomic<bool> warning{false};
 
-// Reports what an open gave: a descriptor, or -1 and errno. Leaves errno as it is.
+// Reports the result of an open: a descriptor, or -1 and errno. Does not change errno.
 void ReportDescriptor(const char* path, int fd) {
     const int error = errno;
     const bool tableFull = fd == -1 && error == ENFILE;
@@ -48,7 +48,7 @@ void ReportDescriptor(const char* path, int fd) {
 }
 
 // Opens a stream whose blocks gather in `buffer`, which must outlive it. The buffer is larger than
-// the blocks: a card takes a few large pieces much sooner than many small ones.
+// the blocks: a card writes a few large pieces much faster than many small ones.
 mavkit::Stream OpenBuffered(const char* path, const char* mode, char (&buffer)[kBufferSize]) {
     mavkit::Stream file(MavFile::OpenFile(path, mode));
     if (file != nullptr)
@@ -57,7 +57,8 @@ mavkit::Stream OpenBuffered(const char* path, const char* mode, char (&buffer)[k
 }
 
 // Writes out the buffer of `file`. Returns false when a write has failed since the last clearerr().
-// The error flag is needed too: uClibc's fflush() drops what a full card refuses and returns 0.
+// The error flag is needed too: uClibc's fflush() drops data that a full card refuses, and returns
+// 0.
 bool Flush(std::FILE* file) { return std::fflush(file) == 0 && std::ferror(file) == 0; }
 
 } // namespace
@@ -101,8 +102,8 @@ int MavFile::CreateFile(const char* path, long size, unsigned char fill) {
     if (last > sizeof block)
         for (; last > kBlockSize; last -= kBlockSize)
             std::fwrite(block, kBlockSize, 1, file.get());
-    // Only the last block decides. It is still in the buffer: whether the card has room for it is
-    // known after the flush.
+    // Only the last block decides the result. It is still in the buffer: whether the card has room
+    // for it is known only after the flush.
     std::clearerr(file.get());
     return std::fwrite(block, last, 1, file.get()) == 1 && Flush(file.get()) ? 0 : -1;
 }

@@ -1,6 +1,6 @@
 /// \file
-/// Files: opened with a watch on how many descriptors the process holds, created at a given size,
-/// copied, and searched for a key=value line.
+/// Files: opened with a check of how many descriptors the process has open, created at a given
+/// size, copied, and searched for a key=value line.
 ///
 /// A terminal that leaks descriptors dies weeks later, far from the cause. So both forms of
 /// `OpenFile` warn on the trace channel (level Warn) from descriptor 9 on, add an assertion report
@@ -9,8 +9,8 @@
 /// dropped.
 ///
 /// The library opens its trace files, terminals, shared-memory files and hex files with these
-/// checks. It opens without them the general log, the files below /proc, the directories of a scan
-/// and, for its mapping, a shared-memory file that was checked just before.
+/// checks. The general log, the files below /proc, the directories of a scan and, for its mapping,
+/// a shared-memory file that was checked just before are opened without them.
 #ifndef MAVKIT_SYS_MAVFILE_H
 #define MAVKIT_SYS_MAVFILE_H
 
@@ -45,9 +45,9 @@ public:
 
     /// Looks in the text file `path` for the first line `KEY=VALUE` with `key` before the first "="
     /// (exactly, with case and blanks) and copies what follows it, up to the line's end (LF or CR),
-    /// to `value`, a buffer of at least 511 bytes, which `key` may be in. Lines of less than 4
-    /// characters, their line end counted, are skipped; a line longer than 511 characters counts as
-    /// several. A line without "=" matches only the empty key.
+    /// to `value`, a buffer of at least 511 bytes (`key` may be in the same buffer). Lines of less
+    /// than 4 characters, their line end counted, are skipped; a line longer than 511 characters
+    /// counts as several. A line without "=" matches only the empty key.
     /// \return 0 when found; -1, and an empty `value`, when not or when the file cannot be opened
     static int SetFileRead(char* path, char* key, char* value);
 };

@@ -18,8 +18,8 @@ bool IsProcessRunning(int pid, const char* name) {
     bool running = true;
     char line[128];
     if (name != nullptr && std::fgets(line, sizeof line, file) != nullptr) {
-        // The whole line is "Name:\t", the name and a line end. Compared piece by piece it needs no
-        // second buffer that a long name could outgrow.
+        // The whole line is "Name:\t", the name and a line end. Comparing it piece by piece needs
+        // no second buffer, which a long name could overflow.
         const char tag[] = "Name:\t";
         const std::size_t tagLength = sizeof tag - 1;
         const std::size_t length = std::strlen(name);

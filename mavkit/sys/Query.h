@@ -6,13 +6,13 @@
 
 /// Reports whether the process `pid` exists and, unless `name` is null, runs under the name `name`:
 /// exactly, with case, as the first line of /proc/PID/status gives it. What counts as a process,
-/// and what that line holds, is the kernel's choice:
+/// and what that line contains, is decided by the kernel:
 ///
 /// - A process that has ended exists until its parent has waited for it.
 /// - The id of a single thread counts too, under the name of that thread.
 /// - A program's name is cut to 15 characters, so a longer one matches no program; some kernel
 ///   threads have longer names. A name of more than 120 characters never matches.
-/// - A backslash in the name stands there as `\\`, and a line feed as `\n`.
+/// - A backslash in the name appears there as `\\`, and a line feed as `\n`.
 ///
 /// \return true when the process exists and its name, if asked for, matches or cannot be read;
 ///         false otherwise, also for every id below 1

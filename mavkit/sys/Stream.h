@@ -1,4 +1,4 @@
-// A stream that is closed when its scope is left, by an exception too.
+// A stream that is closed at the end of its scope, also when an exception leaves it.
 #ifndef MAVKIT_SYS_STREAM_H
 #define MAVKIT_SYS_STREAM_H
 

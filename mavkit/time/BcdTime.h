@@ -1,6 +1,6 @@
 /// \file
-/// Dates and times as short packed-BCD records, and the ways between them, `time_t`, `tm` and
-/// text.
+/// Dates and times as short packed-BCD records, and the conversions between them, `time_t`, `tm`
+/// and text.
 ///
 /// A terminal exchanges dates as packed BCD: two decimal digits a byte, the tens digit in the
 /// high nibble, so that a hex dump of a record reads as its date. The records have no time zone
@@ -21,21 +21,21 @@
 /// | 5    | minute                             | 0x00 - 0x59  |
 /// | 6    | second                             | 0x00 - 0x59  |
 ///
-/// Its relatives: `Bcd5Time`, bytes 1 to 5 alone, for 2000 to 2099 by the minute; `Bcd6Time`,
+/// Related records: `Bcd5Time`, bytes 1 to 5 alone, for 2000 to 2099 by the minute; `Bcd6Time`,
 /// bytes 1 to 6, for 2000 to 2099 by the second; `Asc14Time`, all seven fields as 14 ASCII digits
-/// (20240305060708), with a NUL behind where this library writes it.
+/// (20240305060708), followed by a NUL when this library writes it.
 ///
-/// The decoders test nothing: a nibble A to F counts as 10 to 15, and a field out of range is
+/// The decoders check nothing: a nibble A to F counts as 10 to 15, and a field out of range is
 /// carried into the next larger unit (day 0x31 of February is early March). `IsBcd7Time` is the
-/// one test there is; call it where a record comes from outside. Records are passed by a pointer
-/// to their first byte, which has to be valid for the whole record. Of a year above 9999, the last
+/// only check; call it for every record that comes from outside. Records are passed by a pointer to
+/// their first byte, which has to be valid for the whole record. Of a year above 9999, the last
 /// four digits are written.
 ///
 /// A time is a `long` of seconds since 1970-01-01 00:00:00 UTC. One whose year does not fit a
 /// `tm` (possible with a 64-bit `long` only) gives a record of zero bytes or an empty text.
 ///
-/// The operations use the static result area of `localtime`, and some a static text buffer:
-/// callers on several threads serialise their calls.
+/// The operations use the static result area of `localtime`, and some a static text buffer: callers
+/// on several threads must serialise their calls.
 #ifndef MAVKIT_TIME_BCDTIME_H
 #define MAVKIT_TIME_BCDTIME_H
 
@@ -72,7 +72,7 @@ void Get_CurtmTime(tm* out);
 void Time_tTimeToAscTime14(long t, char* out);
 
 /// Reads the 14 digits at `in`, which need no NUL, into the six fields from `tm_sec` to `tm_year`
-/// of the `tm` at `out`. Nothing is tested or normalised, and the other fields stay as they are.
+/// of the `tm` at `out`. Nothing is checked or normalised, and the other fields stay as they are.
 void Time_Asc14TimeTotmTime(char* in, tm* out);
 
 /// Copies 7 bytes from `src` to `dst`. The source comes first, unlike in `memcpy`.

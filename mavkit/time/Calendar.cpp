@@ -79,8 +79,8 @@ namespace mavkit {
 
 // Most sums fit the field, and mktime carries them. A sum that does not fit is split: the rest
 // stays in the field, and what it carries is added to a coarser unit in the same way. Seconds are
-// always split, as libcs differ on those beyond a minute: glibc reads them as time that passes,
-// others as a reading of the clock.
+// always split, as libcs differ on those beyond a minute: glibc adds them as time that passes,
+// others move the clock on the wall.
 bool AddToFields(unsigned char unit, long long n, std::tm* f) {
     if (!IsCalendarUnit(unit))
         return true;
@@ -110,8 +110,8 @@ bool AddToFields(unsigned char unit, long long n, std::tm* f) {
 
 // Minutes and hours are counted by division. Days, months and years are counted by the fields of
 // the times themselves, which are of the same day, month and year as those of the trimmed times
-// wherever local midnight exists. Where the clock skips midnight mktime gives a moment after the
-// gap or before it, as libc likes, which must not change the count.
+// wherever local midnight exists. Where the clock skips midnight, mktime gives a moment before or
+// after the gap, depending on the libc, which must not change the count.
 long UnitsBetween(const LocalTime& from, const LocalTime& to, unsigned char unit) {
     if (const int length = FixedLength(unit))
         return (to.t > 0 ? to.t / length : 0) - (from.t > 0 ? from.t / length : 0);
@@ -121,7 +121,7 @@ long UnitsBetween(const LocalTime& from, const LocalTime& to, unsigned char unit
     if (unit <= Day) {
         const long start = Trimmed(unit, from);
         long seconds = 0;
-        __builtin_sub_overflow(Trimmed(unit, to), start, &seconds); // a day more than fits, at most
+        __builtin_sub_overflow(Trimmed(unit, to), start, &seconds); // may exceed the range by a day
         return unit == Day ? seconds / kSecondsADay : seconds;
     }
     const long a = MonthNumber(from);

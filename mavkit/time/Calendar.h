@@ -3,9 +3,9 @@
 /// counting units between two times.
 ///
 /// Schedules are given in units of the calendar: every 15 minutes, every day, every month. A unit
-/// is passed as an `unsigned char` that holds a code of `_DATE_UNIT`. Times are `long` seconds
-/// since 1970-01-01 00:00:00 UTC, read in the process's local zone (see BcdTime.h); a time of 0 or
-/// less stands for no time at all.
+/// is passed as an `unsigned char` with a code of `_DATE_UNIT`. Times are `long` seconds since
+/// 1970-01-01 00:00:00 UTC, read in the process's local zone (see BcdTime.h); a time of 0 or less
+/// means that there is no time.
 ///
 /// | code | name     | `dateadd` adds to | `datetrim` goes to                | `datediff` counts |
 /// |------|----------|-------------------|-----------------------------------|-------------------|
@@ -16,11 +16,11 @@
 /// | 5    | `Month`  | `tm_mon`          | local midnight of the month's 1st | calendar months   |
 /// | 6    | `Year`   | `tm_year`         | local midnight of January 1       | calendar years    |
 ///
-/// Minutes and hours are trimmed and counted on the time itself, without a look at the zone: where
-/// the zone is half an hour off, the hours counted begin at half past.
+/// Minutes and hours are trimmed and counted on the time itself, independent of the zone: in a zone
+/// that is half an hour away from whole hours, the counted hours begin at half past.
 ///
-/// The operations use the static result area of `localtime`: callers on several threads serialise
-/// their calls.
+/// The operations use the static result area of `localtime`: callers on several threads must
+/// serialise their calls.
 #ifndef MAVKIT_TIME_CALENDAR_H
 #define MAVKIT_TIME_CALENDAR_H
 
@@ -36,14 +36,15 @@ enum _DATE_UNIT : unsigned char {
 
 /// Moves `t` by `n` units, forward or (`n` below 0) back, along the local calendar. All units,
 /// seconds too, follow the clock on the wall: in Berlin 2024-03-31 01:00:00 plus 2 hours, 120
-/// minutes or 7200 seconds is 03:00:00, which is one hour away. A day that the new month lacks runs
-/// on into the next: 2024-01-31 plus one month is 2024-03-02. A reading that the clock skips or
-/// shows twice is taken as libc takes it. Any `n` is taken; none overflows.
+/// minutes or 7200 seconds is 03:00:00, which is one hour away. A day that the new month does not
+/// have continues into the next month: 2024-01-31 plus one month is 2024-03-02. A local time that
+/// the clock skips or shows twice is resolved as libc resolves it. Any `n` is allowed; none
+/// overflows.
 /// \return the moved time; `t` itself when it is 0 or less, `n` is 0 or `unit` is not 1 to 6; -1
 /// when the result does not fit
 long dateadd(unsigned char unit, long n, long t);
 
-/// The start of the unit that holds `t`. A unit of 0 trims like `Day`, one above 6 like `Year`.
+/// The start of the unit that contains `t`. A unit of 0 trims like `Day`, one above 6 like `Year`.
 /// \return the start; 0 when `t` is 0 or less; -1 when the result does not fit
 long datetrim(unsigned char unit, long t);
 

@@ -1,4 +1,4 @@
-// What there is to know of each calendar unit, a row for each.
+// The properties of each calendar unit, one row for each.
 #ifndef MAVKIT_TIME_CALENDARUNITS_H
 #define MAVKIT_TIME_CALENDARUNITS_H
 
@@ -9,8 +9,8 @@
 namespace mavkit {
 
 struct CalendarUnit {
-    int std::tm::*field;      // that counts it
-    int seconds;              // of a unit that is counted without a calendar; 0 for all others
+    int std::tm::*field;      // the one that counts it
+    int seconds;              // its length when it is counted without a calendar; otherwise 0
     int carryAt;              // so many of them make
     int carried;              // so many
     unsigned char carriedTo;  // of this unit

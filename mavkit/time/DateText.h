@@ -1,4 +1,4 @@
-// The one form of a date and time as a text.
+// The only form of a date and time as text.
 #ifndef MAVKIT_TIME_DATETEXT_H
 #define MAVKIT_TIME_DATETEXT_H
 

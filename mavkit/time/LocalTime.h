@@ -1,4 +1,4 @@
-// A time together with its local calendar fields: what the time family works on inside.
+// A time together with its local calendar fields: what the time functions work on internally.
 //
 // `localtime` and `mktime` take most of the time of every operation of this family. A `LocalTime`
 // carries the fields along with the time, so that no operation asks libc for fields that it
@@ -18,10 +18,11 @@ struct LocalTime {
 // Writes the fields of `f` as a `Bcd7Time`; of the year, its last four digits.
 void ToBcd7(const std::tm& f, char* out);
 
-// Fills in all that `mktime` reads, save the flag of daylight saving, from a `Bcd7Time`.
+// Fills in all fields that `mktime` reads, except the flag of daylight saving, from a `Bcd7Time`.
 void FromBcd7(const char* in, std::tm* f);
 
-// The local fields of `t`. False, with `f` left alone, where the year of `t` does not fit a `tm`.
+// The local fields of `t`. Returns false, with `f` unchanged, when the year of `t` does not fit a
+// `tm`.
 inline bool ToFields(std::time_t t, std::tm* f) {
     const std::tm* const shared = std::localtime(&t);
     if (shared == nullptr)
@@ -39,7 +40,7 @@ inline long ToTime(std::tm* f) {
     return static_cast<long>(t) == t ? static_cast<long>(t) : -1;
 }
 
-// Sets `x` to the time `t` and its local fields; false where it has none.
+// Sets `x` to the time `t` and its local fields; returns false when it has none.
 inline bool SetTime(long t, LocalTime* x) {
     x->t = t;
     return ToFields(t, &x->fields);
@@ -54,8 +55,8 @@ inline long SetFromBcd7(const char* in, LocalTime* x) {
     return SetFromFields(x);
 }
 
-// Adds `n` units to the fields `f`, which may leave the ranges of the calendar by that; a code
-// outside 1 to 6 adds nothing. False when the year overflows.
+// Adds `n` units to the fields `f`, which may then be outside their calendar ranges; a code outside
+// 1 to 6 adds nothing. Returns false when the year overflows.
 bool AddToFields(unsigned char unit, long long n, std::tm* f);
 
 // The number of unit boundaries between two times: the core of `datediff`. Fields are read for

@@ -16,17 +16,17 @@ constexpr unsigned char kUnset = 0xFF;
 constexpr int kSecondsADay = 86400;
 constexpr long long kLongStep = 1LL << 40; // longer than any change of a clock, in any unit
 
-// A step as a signed number. One that does not fit is cut: it leads out of every range anyway.
+// A step as a signed number. One that does not fit is limited: it leads out of every range anyway.
 long long Signed(unsigned long n) {
     return static_cast<long long>(std::min<unsigned long long>(n, LLONG_MAX));
 }
 
-// What the clock shows, in seconds; fields that mktime has not seen yet may be any.
+// What the clock shows, in seconds; fields that mktime has not normalised yet may be out of range.
 int SecondOfDay(const std::tm& f) {
     return f.tm_hour % 24 * 3600 + f.tm_min % 1440 * 60 + f.tm_sec;
 }
 
-// What the clock shows at `t`; below 0 where it shows nothing.
+// What the clock shows at `t`; below 0 when `t` has no local time.
 int ClockAt(std::time_t t) {
     const std::tm* const f = std::localtime(&t);
     return f != nullptr ? SecondOfDay(*f) : -1;
@@ -41,15 +41,16 @@ int Ahead(int from, int to) {
 }
 
 // A time that was made from fields. Where the clock skips those, `skipped` is how far they are
-// ahead of the normalised ones: below 0 when libc went on by the gap, above 0 when it went back.
+// ahead of the normalised ones: below 0 when libc moved forward by the gap, above 0 when it moved
+// back.
 struct Point : LocalTime {
     int skipped = 0;
 };
 
-// Sets the time of `x` to the point that its fields ask for, by one rule for all libcs: a reading
-// that the clock skips comes later by the gap, and one that it shows twice in its first pass. It
-// is in its second pass when the clock was further ahead a day before. The time is -1 where it does
-// not fit; one that is before `notBefore` even in its second pass may stay there.
+// Sets the time of `x` to the point that its fields ask for, by one rule for all libcs: a clock
+// time that is skipped comes later by the gap, and one that is shown twice comes in its first pass.
+// It is in its second pass when the clock was further ahead a day before. The time is -1 when it
+// does not fit. A time that is before `notBefore` even in its second pass may stay there.
 void SetPoint(long notBefore, Point* x) {
     const int asked = SecondOfDay(x->fields);
     x->skipped = 0;
@@ -71,10 +72,10 @@ bool OnWrongSide(const LocalTime& x, long t, bool down) {
     return x.t != -1 && (down ? x.t > t : x.t < t);
 }
 
-// Moves `x` on by `n` units, back where `n` is below 0, and by as many times `n` as it takes to be
-// on the right side of `t` and, with `shownOnly`, not skipped. More than once is rare: all readings
-// of an hour that the clock skips or shows twice can be wrong, and so can a day that its month
-// lacks. Then the number of times is found bit by bit, so that no step is too small for it.
+// Moves `x` by `n` units (back when `n` is below 0), as many times as needed to be on the right
+// side of `t` and, with `shownOnly`, not skipped. More than once is rare: all times of an hour that
+// the clock skips or shows twice can be wrong, and so can a day that its month does not have. Then
+// the number of times is found bit by bit, so that no step is too small for it.
 void MoveOn(unsigned char unit, long long n, long t, bool shownOnly, Point* x) {
     const bool down = n < 0;
     std::tm from = x->fields;
@@ -94,7 +95,7 @@ void MoveOn(unsigned char unit, long long n, long t, bool shownOnly, Point* x) {
         for (int more = 1 << 17; more != 0; more >>= 1) // in all, the seconds of three days
             wrong += isWrongAfter(wrong + more) ? more : 0;
     if (n / kLongStep != 0 || isWrongAfter(wrong + 1))
-        x->t = -1; // a unit outside 1 to 6 leads nowhere
+        x->t = -1; // a unit outside 1 to 6 does not move
 }
 
 // The units from `x` up to the next multiple of `n` units from the base, 0 to `n` - 1.
@@ -108,7 +109,7 @@ unsigned long UnitsUp(const LocalTime& base, unsigned char unit, unsigned long n
     return d < 0 || rest == 0 ? rest : n - rest;
 }
 
-// Gives `f` the fields finer than the unit that the base has.
+// Copies to `f` the base's fields that are finer than the unit.
 void TakeFinerFields(const LocalTime& base, unsigned char unit, std::tm* f) {
     for (unsigned char finer = Second; finer < std::min<unsigned char>(unit, Year); ++finer)
         f->*mavkit::UnitOf(finer).field = base.fields.*mavkit::UnitOf(finer).field;
@@ -126,7 +127,7 @@ void MoveUp(const LocalTime& base, unsigned char unit, unsigned long n, Point* x
         x->t = -1;
         if (!mavkit::AddToFields(unit, Signed(units), &x->fields))
             return;
-        // A day that the new month lacks runs on into the next one.
+        // A day that the new month does not have continues into the next one.
         if (unit >= Month && x->fields.tm_mday > 28 && mavkit::SetFromFields(x) == -1)
             return;
     }
@@ -151,8 +152,8 @@ void MoveDown(const LocalTime& base, unsigned char unit, unsigned long n, Point*
 }
 
 // The usual case of both, which needs no `mktime`: a step of a day at most, and no change of the
-// clock from a day before the point below to the point above. The clock and the seconds run side
-// by side then. False, with `x` left alone, in any other case.
+// clock from a day before the point below to the point above. The clock and the seconds run side by
+// side then. Returns false, with `x` unchanged, in any other case.
 bool MoveAlongClock(const LocalTime& base, unsigned char unit, unsigned long n, bool down,
                     LocalTime* x) {
     if (unit < Second || unit > Day)
@@ -194,14 +195,14 @@ long Bound(long t, long base, unsigned char unit, unsigned long n, bool down) {
     Point x;
     if (n == 0 || t <= 0 || !mavkit::SetTime(t, &x))
         return -1;
-    // A grid of seconds takes nothing from the fields of its base.
+    // A grid of seconds uses no field of its base.
     from.t = base;
     if (unit != Second && !mavkit::SetTime(base, &from))
         return -1;
     return MoveToPoint(from, unit, n, down, &x);
 }
 
-// Sets `x` to the time of a record; false where that is none.
+// Sets `x` to the time of a record; returns false when the record is not a time.
 bool SetFromRecord(const unsigned char* record, Point* x) {
     mavkit::FromBcd7(reinterpret_cast<const char*>(record), &x->fields);
     SetPoint(0, x);

@@ -17,10 +17,10 @@
 ///
 /// A step of 2 `Hour` from a base of 00:30:00 in a zone without daylight saving, at a whole number
 /// of hours from UTC, has its points at 00:30:00, 02:30:00, ... every day. A day that its month
-/// lacks runs on into the next month.
+/// does not have continues into the next month.
 ///
-/// Points are readings of the clock on the wall: "every day at 08:00" stays at 08:00 when daylight
-/// saving begins or ends. Where the clock changes, each point comes once, on every libc:
+/// Points are times that a clock on the wall shows: "every day at 08:00" stays at 08:00 when
+/// daylight saving begins or ends. Where the clock changes, each point comes once, on every libc:
 ///
 /// - A point in an hour that the clock skips comes later by the gap: where the clock goes from
 ///   02:00 to 03:00, "every day at 02:30" comes at 03:30 that day, and at 02:30 on the next. Where
@@ -30,11 +30,11 @@
 ///
 /// A timer asks for its next point with `gettimerpoint(now + 1, ...)` after each one that has come.
 /// Minutes and hours are counted on the time itself. A step that does not divide the hour or the
-/// day, like 7 `Minute` or 5 `Hour`, therefore shows other readings after a change, and its first
-/// one there may be closer to the last one before or farther from it.
+/// day, like 7 `Minute` or 5 `Hour`, therefore has its points at other clock times after a change,
+/// and the first of them may be closer to the last point before the change, or farther from it.
 ///
 /// Times are `long` seconds since 1970-01-01 00:00:00 UTC in the process's local zone. The
-/// operations use the static result area of `localtime`: callers on several threads serialise
+/// operations use the static result area of `localtime`: callers on several threads must serialise
 /// their calls.
 #ifndef MAVKIT_TIME_PERIOD_H
 #define MAVKIT_TIME_PERIOD_H
@@ -46,7 +46,7 @@
 long upboundtime(long t, long base, unsigned char unit, unsigned long n);
 
 /// The last point at or before `t` on the same grid: `t` itself where it is a point, else `n` units
-/// before the point after it, or as many times `n` as it takes.
+/// before the point after it, or, where that is still after `t`, as many times `n` as needed.
 /// \return the point, never after `t`; -1 as `upboundtime`
 long downboundtime(long t, long base, unsigned char unit, unsigned long n);
 
@@ -63,10 +63,10 @@ long gettimerpoint(long t, unsigned char unit, unsigned long n, unsigned char of
 /// Reports whether the `Bcd7Time` records at `a` and `b` lie in the same period of `n` `unit`.
 ///
 /// A step up to 60 `Second`, 60 `Minute`, 24 `Hour`, 28 `Day`, 12 `Month` or 255 `Year` is tested
-/// within the next larger unit: all fields above the unit's own are equal, and the unit's own are
-/// so after division by `n`. Fields count as stored, days and months thus from 1: the periods of 3
-/// `Month` are the months 1 to 2, 3 to 5, 6 to 8, 9 to 11, and 12. `Year` goes by the year within
-/// the century.
+/// within the next larger unit: all fields above the unit's own are equal, and the unit's own field
+/// is equal after division by `n`. Fields are used as stored, so days and months count from 1: the
+/// periods of 3 `Month` are the months 1 to 2, 3 to 5, 6 to 8, 9 to 11, and 12. `Year` uses the
+/// year within the century.
 ///
 /// A larger step is tested on the grid from the timer origin: fewer than `n` units are counted from
 /// the point at or before `a` to `b`, or the same point is the last one before both. So a record

@@ -14,7 +14,7 @@ int Set_SysTime(char* t) {
     mavkit::FromBcd7(bcd7, &f);
     f.tm_isdst = -1;
     const std::time_t target = std::mktime(&f);
-    if (target == -1) // no time: 2000 to 2165 is far from the one second that is -1
+    if (target == -1) // failed: -1 is a second of 1969, and the years here are 2000 to 2165
         return 0;
     const std::time_t now = std::time(nullptr);
     if (now < target - 1LL || now > target + 1LL)

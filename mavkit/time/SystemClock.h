@@ -1,10 +1,10 @@
 /// \file
-/// Setting the system clock, from a time that the terminal was sent.
+/// Setting the system clock to a time that the terminal has received.
 ///
 /// The new time is a `Bcd6Time` in local time: year within the century (2000 to 2099), month, day,
 /// hour, minute, second, a packed-BCD byte each; 2024-03-05 06:07:08 is 24 03 05 06 07 08. Callers
 /// check it beforehand: `IsBcd7Time` does, with a century byte of 0x20 in front. Both operations
-/// need the right to set the clock; that it is missing is not reported.
+/// need the right to set the clock; they do not report when it is missing.
 #ifndef MAVKIT_TIME_SYSTEMCLOCK_H
 #define MAVKIT_TIME_SYSTEMCLOCK_H
 

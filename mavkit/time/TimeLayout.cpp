@@ -10,7 +10,7 @@ namespace {
 // below, their numbers less one.
 enum Slot { kSecond, kMinute, kHour, kWeekday, kDay, kMonth, kYear, kCentury, kSlots };
 
-// Where the bytes of a `Bcd7Time` stand in a work record.
+// Where the bytes of a `Bcd7Time` are in a work record.
 constexpr int kBcd7Slots[] = {kCentury, kYear, kMonth, kDay, kHour, kMinute, kSecond};
 
 struct Layout {
@@ -26,8 +26,8 @@ struct Layout {
     }
 };
 
-// Walks the fields of a layout by their numbers, from start to end. The weekday stands between the
-// hour and the day: behind the one that the walk meets first, or before the other one where the
+// Walks the fields of a layout by their numbers, from start to end. The weekday comes between the
+// hour and the day: after the one that the walk reaches first, or before the other one when the
 // walk starts there.
 Layout Decode(unsigned char code) {
     const int start = code & 7;

@@ -25,13 +25,13 @@
 /// | 0 to 2 | start: the number of the field in the first byte   |
 /// | 3      | not used, either value means the same              |
 /// | 4 to 6 | end: the number of the field in the last byte      |
-/// | 7      | the layout holds a weekday byte                    |
+/// | 7      | the layout has a weekday byte                      |
 ///
 /// A layout is the run of fields from start to end, upward or downward. The weekday byte, if any,
-/// stands between the hour and the day, or, where the run holds only one of the two, next to it on
-/// the side of the missing one. The length is |end - start| + 1 bytes, and one more with a weekday.
-/// A code is valid when start and end are both 1 to 7 and, with bit 7, the run holds the hour or
-/// the day.
+/// is between the hour and the day. When the run contains only one of the two, it is next to that
+/// one, on the side of the missing one. The length is |end - start| + 1 bytes, and one more with a
+/// weekday. A code is valid when start and end are both 1 to 7 and, with bit 7, the run contains
+/// the hour or the day.
 ///
 /// | code | bytes in order                                              |
 /// |------|-------------------------------------------------------------|
@@ -49,11 +49,11 @@
 
 /// Reads a time in the layout `fmtIn` at `in` and writes it in the layout `fmtOut` at `out`.
 ///
-/// What the source lacks comes from the current local time. A weekday that it lacks is computed
-/// where it holds the day of the month, or else is today's. Bytes are carried as they are, valid
-/// or not. With `fmtIn` and `fmtOut` equal the bytes are copied and the clock is not read. `in` and
-/// `out` may be the same buffer, or overlap: all is read before anything is written. Uses the
-/// static result area of `localtime`.
+/// Fields that the source does not have come from the current local time. A missing weekday is
+/// computed when the source has the day of the month; otherwise it is today's. Bytes are copied
+/// unchanged, valid or not. With `fmtIn` and `fmtOut` equal the bytes are copied and the clock is
+/// not read. `in` and `out` may be the same buffer, or overlap: all is read before anything is
+/// written. Uses the static result area of `localtime`.
 /// \return 0; -1 when a code is invalid, with nothing written
 int ExchangeBCDTime(unsigned char fmtIn, unsigned char* in, unsigned char fmtOut,
                     unsigned char* out);
