@@ -1,11 +1,10 @@
-/// \file
-/// How a job enters the benchmark. A job is measured at one size or more, done in several ways on
-/// the same data: "ours" (mavkit), "floor" (the bare system or libc calls that the job cannot do
-/// without) and peers, called by their names. Their results are compared before anything is
-/// measured.
-///
-/// The same jobs run on the host, timed and beside the peers (Main.cpp, peers/), and on the target,
-/// where instructions are counted (target/).
+// How a job enters the benchmark. A job is measured at one size or more, done in several ways on
+// the same data: "ours" (mavkit), "floor" (the bare system or libc calls that the job cannot do
+// without) and peers, called by their names. Their results are compared before anything is
+// measured.
+//
+// The same jobs run on the host, timed and beside the peers (Main.cpp, peers/), and on the target,
+// where instructions are counted (target/).
 #ifndef MAVKIT_BENCH_BENCH_H
 #define MAVKIT_BENCH_BENCH_H
 
@@ -19,32 +18,32 @@
 
 namespace bench {
 
-/// A size: what the table prints, and the number of bytes, bits or entries that the cost is
-/// compared with to see how it grows (0: nothing grows).
+// A size: what the table prints, and the number of bytes, bits or entries that the cost is
+// compared with to see how it grows (0: nothing grows).
 struct Size {
     const char* label;
     double units;
 };
 
-/// One way to do a job, at one size.
+// One way to do a job, at one size.
 struct Case {
-    std::string name; ///< its number, job, size, units and way, joined by "|"
-    double units;     ///< of its size
-    bool heavy;       ///< a single time is long
+    std::string name; // its number, job, size, units and way, joined by "|"
+    double units;     // of its size
+    bool heavy;       // a single time is long
     std::function<void()> prepare;
-    std::function<void(long)> repeat; ///< does the job so many times
+    std::function<void(long)> repeat; // does the job so many times
 };
 
 std::vector<Case>& Cases();
 
-/// What each job is to reach on the host, as the table understands it: "floor 1.25", "peer 1.0",
-/// several joined by a blank; "ns 10" is an upper limit in nanoseconds.
+// What each job is to reach on the host, as the table understands it: "floor 1.25", "peer 1.0",
+// several joined by a blank; "ns 10" is an upper limit in nanoseconds.
 std::map<std::string, std::string>& Targets();
 
-/// A fresh directory, in memory where there is such a place, removed when the program ends.
+// A fresh directory, in memory where there is such a place, removed when the program ends.
 const std::string& Directory();
 
-/// Ends the program: the ways to do `job` give different results.
+// Ends the program: the ways to do `job` give different results.
 [[noreturn]] void Differ(const char* job, const char* who);
 
 template <typename A, typename B>
@@ -54,8 +53,8 @@ void Same(const char* job, const char* who, const A& a, const B& b) {
     }
 }
 
-/// Adds a case: `once` does the job, `prepare` (not measured) comes before a series of them. A
-/// `heavy` one is long: it is measured by the clock on the wall, and counted once.
+// Adds a case: `once` does the job, `prepare` (not measured) comes before a series of them. A
+// `heavy` one is long: it is measured by the clock on the wall, and counted once.
 template <typename Once, typename Prepare>
 void Add(const char* job, Size size, const char* who, Once once, Prepare prepare,
          bool heavy = false) {
@@ -74,7 +73,7 @@ void Add(const char* job, Size size, const char* who, Once once) {
     Add(job, size, who, once, [] {});
 }
 
-/// Hands `value` to a reader that the compiler cannot see through.
+// Hands `value` to a reader that the compiler cannot see through.
 template <typename T>
 void Use(const T& value) {
     if constexpr (std::is_scalar_v<T>) {
@@ -84,11 +83,11 @@ void Use(const T& value) {
     }
 }
 
-/// Bytes that look like data, always the same ones.
+// Bytes that look like data, always the same ones.
 std::vector<unsigned char> Noise(std::size_t size);
 
-/// Adds all jobs of ours and their floors; with `large`, those sizes as well that take an emulated
-/// processor too long.
+// Adds all jobs of ours and their floors; with `large`, those sizes as well that take an emulated
+// processor too long.
 void AddAll(bool large);
 
 // The families, a source file each.

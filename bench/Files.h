@@ -1,5 +1,4 @@
-/// \file
-/// The trees that are walked and the files that are written, which the peers share.
+// The trees that are walked and the files that are written, which the peers share.
 #ifndef MAVKIT_BENCH_FILES_H
 #define MAVKIT_BENCH_FILES_H
 
@@ -7,7 +6,7 @@
 
 namespace bench {
 
-/// A tree: so many directories, two deep and ten in one, of 99 files each.
+// A tree: so many directories, two deep and ten in one, of 99 files each.
 struct TreeRow {
     Size size;
     int directories;
@@ -15,23 +14,23 @@ struct TreeRow {
 
 std::vector<TreeRow> TreeRows(bool large);
 
-/// The lengths of files.
+// The lengths of files.
 std::vector<Size> FileSizes(bool large);
 
-/// Where the tree of a row stands; made by the first call.
+// Where the tree of a row stands; made by the first call.
 std::string TreeAt(const TreeRow& row);
 
-/// Adds one way to walk a tree; `walk` adds the entries below the root to `found`.
+// Adds one way to walk a tree; `walk` adds the entries below the root to `found`.
 extern long found;
 void AddWalk(const TreeRow& row, const char* who, const std::function<void()>& walk);
 
-/// The file that is copied; made of noise, when it has another length.
+// The file that is copied; made of noise, when it has another length.
 const std::string& Source(long bytes);
 
-/// The file that is written.
+// The file that is written.
 const std::string& Written();
 
-/// Adds one way to copy Source() to Written(), or to fill Written() with zeros.
+// Adds one way to copy Source() to Written(), or to fill Written() with zeros.
 void AddCopy(Size size, const char* who, const std::function<void()>& once);
 void AddFill(Size size, const char* who, const std::function<void()>& once);
 

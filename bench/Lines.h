@@ -1,5 +1,4 @@
-/// \file
-/// The lines that the logs' jobs write: message texts, files and sizes, which the peers share.
+// The lines that the logs' jobs write: message texts, files and sizes, which the peers share.
 #ifndef MAVKIT_BENCH_LINES_H
 #define MAVKIT_BENCH_LINES_H
 
@@ -7,35 +6,35 @@
 
 namespace bench {
 
-/// A line of one of the logs, and the printf form of its time stamp.
+// A line of one of the logs, and the printf form of its time stamp.
 struct Line {
     const char* job;
     Size size;
     std::string path;
-    std::string text; ///< what follows the fixed part of the message
+    std::string text; // what follows the fixed part of the message
     const char* stamp;
     std::function<void()> ours;
 };
 
-/// Where the file of the trace channel stands here; it is one path for the program's life.
+// Where the file of the trace channel stands here; it is one path for the program's life.
 const std::string& TracePath();
 
-/// Writes a line by the system calls that it cannot do without; only the trace channel has to know
-/// how long its file is (`limited`).
+// Writes a line by the system calls that it cannot do without; only the trace channel has to know
+// how long its file is (`limited`).
 void WriteLine(const std::string& path, const std::string& line, bool limited);
 
-/// The jobs with lines, in the table's order.
+// The jobs with lines, in the table's order.
 const std::vector<Line>& Lines();
 
-/// An empty file at `path`, and what a file contains.
+// An empty file at `path`, and what a file contains.
 void Empty(const std::string& path);
 std::string Content(const std::string& path);
 
-/// The arguments of every message.
+// The arguments of every message.
 constexpr char kMeter[] = "kitchen";
 extern volatile int watts;
 
-/// Checks that `other` writes to the line's file what ours writes.
+// Checks that `other` writes to the line's file what ours writes.
 void SameLine(const Line& line, const char* who, const std::function<void()>& other);
 
 } // namespace bench

@@ -1,5 +1,4 @@
-/// \file
-/// The sets of bits that are worked on, which the peers share.
+// The sets of bits that are worked on, which the peers share.
 #ifndef MAVKIT_BENCH_MASKS_H
 #define MAVKIT_BENCH_MASKS_H
 
@@ -15,18 +14,18 @@ struct MaskRow {
     bool dense;
 };
 
-/// The sets of every job but the next.
+// The sets of every job but the next.
 std::vector<MaskRow> MaskRows(bool large);
 
-/// Those that have one range set.
+// Those that have one range set.
 std::vector<MaskRow> RangeRows(bool large);
 
-/// Calls `setRun(first, last)` for the runs of a set of `count` bits. Sparse: single bits and short
-/// runs, far apart. Dense: runs of about ten bits with gaps as long. The last bit is always set.
+// Calls `setRun(first, last)` for the runs of a set of `count` bits. Sparse: single bits and short
+// runs, far apart. Dense: runs of about ten bits with gaps as long. The last bit is always set.
 void ForRuns(std::size_t count, bool dense,
              const std::function<void(unsigned int, unsigned int)>& setRun);
 
-/// A set of ours.
+// A set of ours.
 BitMask MakeMask(const MaskRow& row);
 
 } // namespace bench

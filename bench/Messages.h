@@ -1,5 +1,4 @@
-/// \file
-/// The messages that all queues carry, which the peers share.
+// The messages that all queues carry, which the peers share.
 #ifndef MAVKIT_BENCH_MESSAGES_H
 #define MAVKIT_BENCH_MESSAGES_H
 
@@ -22,10 +21,10 @@ struct MessageRow {
     Size size;
 };
 
-/// The sizes that are sent; the largest is the kernel's limit, on the target a little below.
+// The sizes that are sent; the largest is the kernel's limit, on the target a little below.
 std::vector<MessageRow> MessageRows(bool large);
 
-/// Checks that `once` moves `length` bytes from `sent` to `received`.
+// Checks that `once` moves `length` bytes from `sent` to `received`.
 void SameMessage(const char* job, const char* who, std::size_t length,
                  const std::function<void()>& once);
 

@@ -1,5 +1,4 @@
-/// \file
-/// The times that the calendar's jobs work on, which the peers share.
+// The times that the calendar's jobs work on, which the peers share.
 #ifndef MAVKIT_BENCH_SAMPLES_H
 #define MAVKIT_BENCH_SAMPLES_H
 
@@ -18,13 +17,13 @@ extern long times[kCount];     // from 09:00 to 20:59, 1st to 28th of a month, 2
 extern Record records[kCount]; // the same
 extern std::tm fields[kCount]; // the same
 
-/// The next sample's number.
+// The next sample's number.
 std::size_t Pick();
 
 Record Pack(long year, long month, long day, long hour, long minute, long second);
 
-/// Adds one way to do a job; `value(i)` gives its result for sample i, to be equal to
-/// `expected(i)`.
+// Adds one way to do a job; `value(i)` gives its result for sample i, to be equal to
+// `expected(i)`.
 template <typename Value, typename Expected>
 void AddHand(const char* job, const char* size, const char* who, Value value, Expected expected) {
     for (std::size_t i = 0; i < kCount; ++i) {

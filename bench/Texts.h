@@ -1,5 +1,4 @@
-/// \file
-/// The texts that are read, which the peers share.
+// The texts that are read, which the peers share.
 #ifndef MAVKIT_BENCH_TEXTS_H
 #define MAVKIT_BENCH_TEXTS_H
 
@@ -7,13 +6,13 @@
 
 namespace bench {
 
-/// The lengths of texts.
+// The lengths of texts.
 std::vector<Size> TextSizes(bool large);
 
-/// Bytes as upper-case hex digits, two for each and nothing between.
+// Bytes as upper-case hex digits, two for each and nothing between.
 std::string HexOf(const std::vector<unsigned char>& data);
 
-/// `size` characters in fields of 1 to 24, short ones and some that no short string holds.
+// `size` characters in fields of 1 to 24, short ones and some that no short string holds.
 std::string FieldsText(std::size_t size);
 
 } // namespace bench

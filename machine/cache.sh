@@ -1,10 +1,10 @@
 #!/bin/sh
-# Read by the scripts beside it: where what is built or fetched once is kept.
+# Read by the scripts beside it: where results that are built or fetched only once are kept.
 # shellcheck shell=sh
 : "${here:?}"
 
-# use_cache WHAT: sets $cache: $MAVKIT_CACHE, or build/toolchains of the project. Of several
-# scripts that make the same thing, one works and the others wait for it.
+# use_cache WHAT: sets $cache: $MAVKIT_CACHE, or build/toolchains of the project. When several
+# scripts make the same thing, one works and the others wait for it.
 use_cache() {
     cache=${MAVKIT_CACHE:-$here/../build/toolchains}
     mkdir -p "$cache"

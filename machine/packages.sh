@@ -1,7 +1,7 @@
 #!/bin/sh
 # packages.sh NAME...: unpacks Debian's packages NAME for mipsel, each once, on a machine of another
-# architecture and without root; prints the folder that then has a folder NAME for each. apt works
-# on files of its own in the cache, and on this machine's sources.
+# architecture and without root; prints the folder that then has a folder NAME for each. apt uses
+# its own files in the cache, and the package sources of this machine.
 set -eu
 here=$(CDPATH='' cd -- "$(dirname -- "$0")" && pwd -P)
 # shellcheck source=machine/cache.sh
@@ -12,7 +12,7 @@ folder=$cache/mipsel
 # apt TOOL ARGUMENT...: apt-get or apt-cache, for mipsel.
 apt() { APT_CONFIG=$folder/apt.conf "$@"; }
 
-# Reads the list of packages, the first time that it is needed.
+# Reads the list of packages when it is needed for the first time.
 prepare_apt() {
     [ -z "${prepared-}" ] || return 0
     prepared=yes
@@ -35,7 +35,7 @@ for package; do
     prepare_apt
     rm -rf "${folder:?}/$package" "$folder/download"
     mkdir -p "$folder/download"
-    # The newest kernel has a package that only names it.
+    # The package of the newest kernel is empty and only depends on the real one.
     case $package in
     linux-image-*) real=$(apt apt-cache depends "$package" | sed -n 's/^ *Depends: //p') ;;
     *) real=$package ;;

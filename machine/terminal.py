@@ -71,7 +71,7 @@ class Archive:
         self._entry(name, stat.S_IFCHR | 0o600, device=(5, 1))
 
     def copy(self, source, name=None):
-        """The file or link `source`, or a folder with all that it holds."""
+        """The file or link `source`, or a folder with all that it contains."""
         source = pathlib.Path(source)
         name = name or str(source)
         if source.is_symlink():
@@ -130,7 +130,7 @@ class Image:
         self.archive.copy(PROJECT / "examples/terminal", "opt/terminal")
 
     def stripped(self, path):
-        """A program of the build, without what only a debugger reads."""
+        """A program of the build, without the data that only a debugger reads."""
         stripped = self.scratch / "stripped" / path.replace("/", "-")
         stripped.parent.mkdir(parents=True, exist_ok=True)
         if not stripped.exists() or stripped.stat().st_mtime < (self.build / path).stat().st_mtime:
@@ -151,7 +151,7 @@ class Image:
 
 def new_card(path, used=0, size=CARD_SIZE):
     """An empty card: FAT32 with clusters of 4 KiB, as cards are sold, unless it is a small one.
-    The first `used` bytes hold what an earlier owner has left in them."""
+    The first `used` bytes contain what an earlier owner has left in them."""
     with open(path, "wb") as file:
         file.write(b"what an earlier owner of the card has left \n" * (used // 44))
         file.truncate(size)
@@ -198,7 +198,7 @@ class Port:
 
 
 def die_with_parent():
-    """In a child: the kernel kills it when this program ends, however that ends."""
+    """Called in a child: the kernel kills it when this program ends, for any reason."""
     ctypes.CDLL(None).prctl(1, signal.SIGKILL)  # PR_SET_PDEATHSIG
 
 
@@ -235,7 +235,7 @@ class Machine:
         shutil.rmtree(self.folder)
 
     def wait_for(self, pattern, seconds=120):
-        """Waits until the console shows `pattern` behind what the last call found; the match."""
+        """Waits until the console shows `pattern` after the last match. Returns the match."""
         end = time.monotonic() + seconds
         with self.console.changed:
             while True:
@@ -252,7 +252,7 @@ class Machine:
                 self.console.changed.wait(min(left, 1))
 
     def status(self, seconds=600):
-        """The exit status of the task, when the machine has turned itself off."""
+        """Waits until the machine has turned itself off. Returns the exit status of the task."""
         status = int(self.wait_for(r"terminal: status (\d+)\r?\n", seconds)[1])
         self.process.wait(30)
         for port in self.ports.values():
@@ -265,7 +265,7 @@ class Machine:
         self.process.wait()
 
     def qmp(self, command, **arguments):
-        """One command to the emulator itself, such as that a card is pulled."""
+        """Sends one command to the emulator itself, for example to pull out a card."""
         with socket.socket(socket.AF_UNIX) as connection:
             connection.connect(str(self.folder / "qmp"))
             stream = connection.makefile("rw")
@@ -286,7 +286,7 @@ def card_options(number, card):
     options = ["-device", f"sdhci-pci,id=slot{number},multifunction=on,"
                           f"addr={18 + number // 8:x}.{number % 8}"]
     if card:
-        # Written through: what the machine knows to be on the card is in the file.
+        # Written through: data that the machine knows to be on the card is in the file.
         options += ["-drive", f"if=none,id=drive{number},format=raw,cache=writethrough,file={card}",
                     "-device", f"sd-card,id=card{number},drive=drive{number},"
                                f"bus=pci/slot{number}/sd-bus"]

@@ -39,8 +39,8 @@ Slot NewSlot(unsigned int number, const MeterTable& table) {
     return slot;
 }
 
-// Copies the latest whole slot of a region. The copy is what is checked, and what is used: the
-// writer may overwrite the slot at any moment. Returns its index, -1 when no slot is whole.
+// Copies the latest whole slot of a region. Only the copy is checked and used, because the writer
+// may overwrite the slot at any moment. Returns its index, -1 when no slot is whole.
 int CopyLatest(const unsigned char* region, Slot* latest) {
     int found = -1;
     for (int i = 0; i < 2; ++i, region += kSlotSize) {
@@ -72,7 +72,7 @@ State StateOf(std::FILE* file) {
     return length < kRegionSize ? State::kBeingWritten : State::kFull;
 }
 
-// The state of the file at `path`. It is waited for while another process seems to be creating it.
+// The state of the file at `path`. Waits while another process seems to be creating it.
 State WaitForState(const char* path) {
     State state = State::kBeingWritten;
     for (int tries = 0; state == State::kBeingWritten && tries < 20; ++tries) {
@@ -104,7 +104,8 @@ bool Fill(std::FILE* file, void*) {
     unsigned char bytes[kRegionSize] = {};
     const Slot first = NewSlot(1, MeterTable());
     std::memcpy(bytes, &first, sizeof first);
-    // Not every libc reports a full card by fflush: after a failed write it has nothing left to do.
+    // Not every libc reports a full card by fflush: after a failed write it has nothing left to
+    // write.
     return std::fwrite(bytes, sizeof bytes, 1, file) == 1 && std::fflush(file) == 0 &&
            std::ferror(file) == 0 && fsync(fileno(file)) == 0;
 }

@@ -15,8 +15,9 @@
 /// | or left so by a power cut                       | anew                  | refused     |
 /// | anything else                                   | refused               | refused     |
 ///
-/// A file that somebody may have mapped is never cut: who touches a page beyond the end of its file
-/// is killed (SIGBUS). Only one that has never had its full length is made anew.
+/// A file that another process may have mapped is never cut: a process that touches a page beyond
+/// the end of the file is killed (SIGBUS). Only one that has never had its full length is made
+/// anew.
 #ifndef EXAMPLES_TERMINAL_METERREGION_H
 #define EXAMPLES_TERMINAL_METERREGION_H
 

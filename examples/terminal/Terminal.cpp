@@ -92,7 +92,8 @@ private:
     bool good_ = true;
 };
 
-// Replaces ways that lead nowhere on this machine: the trace channel goes to standard output.
+// Replaces ways that cannot be opened on this machine: the trace channel then uses standard output,
+// the other channels are off.
 void UseWaysThatOpen(TraceSetting* setting) {
     unsigned char* const ways[3] = {&setting->traceWay, &setting->dataWay, &setting->scheWay};
     for (unsigned char channel = 0; channel < 3; ++channel) {
@@ -150,7 +151,7 @@ bool CheckReadable(const std::string& path) {
 }
 
 bool LoadTerminal(const char* folder, const char* program, Terminal* terminal) {
-    // For a path that is no directory DirScan would scan another one, so that is asked first.
+    // For a path that is not a directory DirScan would scan another one, so this is checked first.
     const std::string path = std::string(folder) + "/.";
     if (!CheckReadable(path))
         return false;
@@ -170,7 +171,7 @@ bool LoadTerminal(const char* folder, const char* program, Terminal* terminal) {
     const std::string name = conf.Text(std::string("name.") + program, sizeof trace->name - 1);
     if (name.find('/') != std::string::npos)
         conf.Fail("name=" + name, "must not hold a /: it becomes part of a file name");
-    name.copy(trace->name, sizeof trace->name - 1); // what follows is zero already
+    name.copy(trace->name, sizeof trace->name - 1); // the rest is zero already
     terminal->queue = static_cast<unsigned char>(conf.Text("queue", 1)[0]);
     terminal->lifetime = static_cast<unsigned int>(conf.Number("lifetime", 0, INT_MAX));
     const std::string meters = conf.Text("meters", 500);

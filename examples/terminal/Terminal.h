@@ -23,7 +23,8 @@
 /// | `kReading`    | number of meter | 0                     | the frame as 36 hex digits |
 /// | `kEndOfInput` | readings sent   | frames found damaged  | nothing                    |
 ///
-/// (The strings of an IpcInfo travel as text: a zero byte would end them. Hence the digits.)
+/// (The strings of an IpcInfo are sent as text, which a zero byte would end. So the frame is sent
+/// as digits.)
 #ifndef EXAMPLES_TERMINAL_TERMINAL_H
 #define EXAMPLES_TERMINAL_TERMINAL_H
 
@@ -71,8 +72,7 @@ bool CheckReadable(const std::string& path);
 /// \return false, with the reason on standard error, when something is missing or wrong
 bool LoadTerminal(const char* folder, const char* program, Terminal* terminal);
 
-/// Set by SIGHUP, SIGINT, SIGQUIT and SIGTERM after FinishOnSignals(): the program comes to its
-/// end.
+/// Set by SIGHUP, SIGINT, SIGQUIT and SIGTERM after FinishOnSignals(): the program must end soon.
 extern volatile std::sig_atomic_t gStop;
 void FinishOnSignals();
 void Nap(long milliseconds);

@@ -1,4 +1,4 @@
-// collector FOLDER: reads the captured frames of the meters, checks each, and hands the good ones
+// collector FOLDER: reads the captured frames of the meters, checks each, and sends the good ones
 // to the uplink. Exit status 0 when all of them were sent.
 #include "Terminal.h"
 
@@ -35,7 +35,8 @@ bool SendReading(Message& queue, const Reading& reading, const ByteString& frame
     return Send(queue, info);
 }
 
-// Reads a line without its end. Only the head of a very long one is kept: it is no frame anyway.
+// Reads a line without its end. Only the beginning of a very long one is kept: it is not a frame
+// anyway.
 bool ReadLine(std::FILE* file, std::string* line) {
     line->clear();
     int c;
@@ -45,7 +46,7 @@ bool ReadLine(std::FILE* file, std::string* line) {
     return c != EOF || !line->empty();
 }
 
-// Returns false when the file cannot be read, the queue takes no reading or the program is to end.
+// Returns false when the file cannot be read, the queue takes no reading or the program must end.
 bool SendFile(Message& queue, const std::string& path, unsigned int lifetime, Counts* counts) {
     std::FILE* file = CheckReadable(path) ? MavFile::OpenFile(path.c_str(), "r") : nullptr;
     if (file == nullptr)

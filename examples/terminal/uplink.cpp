@@ -31,7 +31,7 @@ struct Intake {
 
 // One message of type kReading. Any process may have sent it, so everything in it is checked first.
 void TakeReading(IpcInfo& info, Intake* intake) {
-    if (!info.IsValid()) { // draws its own line in the general log
+    if (!info.IsValid()) { // logs the reason itself
         std::puts("  (a reading that has expired: refused)");
         ++intake->stale;
         return;
@@ -131,8 +131,8 @@ int Receive(const Terminal& terminal, const char* path) {
     if (!region.OpenToWrite(path))
         return 1;
     Intake intake{region};
-    region.Read(
-        &intake.table); // what an earlier start has kept; none of it when neither slot is whole
+    // What an earlier start has kept; nothing when neither slot is whole.
+    region.Read(&intake.table);
     Message queue(terminal.queue);
     const int status = ReceiveAll(queue, &intake);
     queue.Destroy();

@@ -14,7 +14,7 @@ namespace {
 constexpr const char* kOrigin = "2000-01-01";
 constexpr int kUnitSeconds[] = {0, 1, 60, 3600};
 
-/// A grid as its definition has it, walked point by point. Its steps below a day are seconds.
+// A grid as its definition has it, walked point by point. Its steps below a day are seconds.
 std::vector<long> Walk(long base, int unit, int n, int back, int forth) {
     std::vector<long> points;
     for (int steps = -back * n; steps <= forth * n; steps += n) {
@@ -27,9 +27,9 @@ std::vector<long> Walk(long base, int unit, int n, int back, int forth) {
     return points;
 }
 
-/// Where the grid and the rule are meant to agree. Steps below a day are taken on the wall clock,
-/// so close to a change of the clock they are not as long as they are elsewhere; and a step of
-/// months from a day that the new month lacks runs on into the one after it.
+// Where the grid and the rule are meant to agree. Steps below a day are taken on the wall clock,
+// so close to a change of the clock they are not as long as they are elsewhere; and a step of
+// months from a day that the new month lacks runs on into the one after it.
 bool Agree(long t, int unit, int n) {
     const int reach = unit < Day ? n * kUnitSeconds[unit] + 7200 : 0;
     return FieldsOf(t - reach).tm_isdst == FieldsOf(t + reach).tm_isdst &&

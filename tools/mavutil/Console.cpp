@@ -28,7 +28,7 @@ void VComplain(const char* format, std::va_list args) {
 
 constexpr char kDigits[] = "0123456789ABCDEF";
 
-int stopPipe[2] = {-1, -1}; // what the signal handler writes to wakes Wait()
+int stopPipe[2] = {-1, -1}; // the signal handler writes to it to wake Wait()
 
 void Stop(int) {
     const int error = errno;
@@ -36,7 +36,7 @@ void Stop(int) {
     errno = error;
 }
 
-// A number as it is written; errno is not 0 when it is none.
+// The number that a text is; errno is not 0 when the text is not a number.
 long long NumberOf(const char* text) {
     char* end = nullptr;
     errno = 0;
@@ -47,7 +47,8 @@ long long NumberOf(const char* text) {
 }
 
 // Length of the UTF-8 sequence that `text` begins with, and the character that it stands for; 0
-// when it is none, so also for a longer form than needed, for a surrogate and beyond U+10FFFF.
+// when it is not valid, also for a form that is longer than needed, a surrogate and a value above
+// U+10FFFF.
 std::size_t Utf8Length(const char* text, std::size_t left, unsigned* character) {
     const auto byte = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
     const unsigned lead = byte(0);
@@ -78,7 +79,7 @@ void PrintQuotedHex(const void* bytes, std::size_t length) {
     std::fputc('"', out);
 }
 
-// The characters that steer a terminal: C0, DEL and C1.
+// The control characters of a terminal: C0, DEL and C1.
 bool IsControl(unsigned character) {
     return character < ' ' || (character >= 0x7F && character < 0xA0);
 }
@@ -90,7 +91,7 @@ bool OpenConsole() {
     out = copy >= 0 ? fdopen(copy, "w") : nullptr; // musl's opens a closed one as well
     if (out == nullptr || dup2(STDERR_FILENO, STDOUT_FILENO) < 0)
         return false;
-    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ); // in order with what is complained of
+    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ); // keeps the order of results and errors
     const char* const kind = std::getenv("TERM");
     if (isatty(fileno(out)) != 0 && kind != nullptr && std::strcmp(kind, "dumb") != 0 &&
         std::getenv("NO_COLOR") == nullptr) {

@@ -1,5 +1,5 @@
-// What all verbs share: where results and complaints go, how arguments are read, how bytes are
-// shown.
+// What all verbs share: the output of results and errors, the reading of arguments, and the
+// printing of bytes.
 #ifndef MAVKIT_TOOLS_MAVUTIL_CONSOLE_H
 #define MAVKIT_TOOLS_MAVUTIL_CONSOLE_H
 
@@ -17,19 +17,19 @@ enum Status : int {
     kBad = 2     // bad arguments
 };
 
-// Where results go. The process's `stdout` is standard error, so that what the library itself
-// prints (assertion reports, log lines without a card) never mixes with them.
+// The stream of the results. The process's `stdout` is standard error, so that text of the library
+// itself (assertion reports, log lines without a card) never mixes with the results.
 extern std::FILE* out;
 
-// What switches bold text on and off: empty unless results go to a terminal that shows colours.
+// The texts that switch bold on and off: empty unless results go to a terminal that shows colours.
 extern const char* bold;
 extern const char* plain;
 
 // Opens `out`; false when standard output is closed.
 bool OpenConsole();
 
-// Whether all results so far were written. Asks for the stream's error flag, because not every
-// libc reports a full card at the flush. Without it, says so on standard error.
+// Whether all results so far were written. It checks the stream's error flag, because not every
+// libc reports a full card at the flush. When they were not, it reports that on standard error.
 bool FlushResults();
 
 // Whether results can still be written: for loops that may print without end.
@@ -41,11 +41,11 @@ __attribute__((format(printf, 1, 2))) Status Complain(const char* format, ...);
 // The same, and ends the program with the status `why`.
 [[noreturn]] __attribute__((format(printf, 2, 3))) void Quit(Status why, const char* format, ...);
 
-// Complains that `path` (null: standard input) failed, for the reason in errno.
+// Reports that `path` (null: standard input) failed, with the reason in errno.
 Status ComplainOf(const char* path);
 
-// Waits for `milliseconds`, or until `descriptor` (unless -1) can be read. False when it is time to
-// end: after SIGINT or SIGTERM, or when results cannot be written.
+// Waits for `milliseconds`, or until `descriptor` (unless -1) can be read. Returns false when the
+// program must end: after SIGINT or SIGTERM, or when results cannot be written.
 bool Wait(int milliseconds, int descriptor = -1);
 
 // Reads a number between two limits, decimal or with 0x in hex; `none` for a null text.
@@ -55,7 +55,8 @@ long long SizeOf(const char* text, const char* what, long long none);
 
 // Reads the bytes of words of hex digits, up to a null pointer.
 ByteString BytesOf(char** words);
-// Appends the bytes of one text; false when it has other characters than hex digits and blanks.
+// Appends the bytes of one text; returns false when it has characters other than hex digits and
+// blanks.
 bool AppendBytes(const char* text, ByteString& bytes);
 
 // Prints bytes as hex: "0A 1B", and no more.
@@ -76,7 +77,7 @@ public:
 
     void Add(const char* name, long long value);
     void AddBool(const char* name, bool value);
-    // A text; what is not UTF-8 in it becomes U+FFFD, and NAMEHex has its exact bytes.
+    // A text; bytes that are not UTF-8 become U+FFFD, and then NAMEHex has the exact bytes.
     void AddText(const char* name, const std::string& text);
     // Bytes as a text of hex digits.
     void AddBytes(const char* name, const void* bytes, std::size_t length);

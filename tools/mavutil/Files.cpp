@@ -25,7 +25,8 @@ public:
           fd_(path_ != nullptr ? open(path_, O_RDONLY | O_CLOEXEC) : STDIN_FILENO) {
         if (fd_ == -1)
             Fail();
-        // Where the file has places, it is read from there on, else up to there.
+        // If the file can be positioned, reading begins at `start`; else the bytes before it are
+        // read and dropped.
         struct stat file;
         if (start > 0 && fstat(fd_, &file) == 0 && S_ISREG(file.st_mode) &&
             lseek(fd_, static_cast<off_t>(std::min<long long>(start, file.st_size)), SEEK_SET) !=
@@ -44,11 +45,11 @@ public:
     Input& operator=(const Input&) = delete;
 
     char block[4096];
-    long long missing; // how far `start` lies behind the end
+    long long missing; // how far `start` is beyond the end
     bool failed = false;
 
-    // Reads the next block, which is shorter where no more is there at once. Returns its length; 0
-    // at the end, also when the file cannot be read: that has been complained of.
+    // Reads the next block, which is shorter when no more data is there yet. Returns its length; 0
+    // at the end, and also when the file cannot be read, which it reports.
     std::size_t Next() {
         const auto most = static_cast<std::size_t>(std::min<long long>(left_, sizeof block));
         if (most == 0 || failed)
@@ -121,7 +122,7 @@ private:
     long long at_;
     std::size_t size_ = 0; // of the row that is being filled
     bool any_ = false;     // whether there is a row before it
-    bool again_ = false;   // whether that one was like the one before it
+    bool again_ = false;   // whether that row was like the one before it
     char row_[16] = {};
     char before_[16] = {};
 };
@@ -135,7 +136,7 @@ Status Hex(const Arguments& arguments) {
     while (const std::size_t length = CanPrint() ? input.Next() : 0) {
         rows.Add(input.block, length);
         if (length < sizeof input.block)
-            std::fflush(out); // a pipe that has no more yet: show what came
+            std::fflush(out); // a pipe has no more data yet: show what has come
     }
     if (input.failed)
         return kFailed;
@@ -182,7 +183,7 @@ const char* KindOf(mode_t mode) {
     return S_ISDIR(mode) ? "directory" : S_ISREG(mode) ? "file" : S_ISLNK(mode) ? "link" : "other";
 }
 
-// Whether the scan will get into the directory `name`.
+// Whether the scan can enter the directory `name`.
 bool CanEnter(const char* name) {
     const int fd = open(name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     if (fd == -1)
@@ -222,14 +223,14 @@ Status Scan(const Arguments& arguments) {
     Found found;
     found.depth = static_cast<int>(Number(arguments[1], "DEPTH", 0, INT_MAX, -1));
     found.json = arguments.json;
-    // What the directory itself is called through may be a link. Without the right to enter it the
-    // library would take the working directory in its place.
+    // The path of the directory itself may be a link. If it may not be entered, the library would
+    // use the working directory in its place.
     const std::string inside = std::string(path) + "/.";
     const int fd = open(inside.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd == -1)
         return ComplainOf(path);
     close(fd);
-    // What the library logs of the entries that it cannot read is complained of here.
+    // Entries that cannot be read are reported here, as the library only logs them.
     [[maybe_unused]] const std::FILE* const ignored = std::freopen("/dev/null", "w", stdout);
     if (!DirScan(inside.c_str()).Scan(PrintEntry, &found, found.depth) && CanPrint()) {
         Complain("%s: the scan broke off", PrintableOf(path).c_str());

@@ -1,12 +1,12 @@
-// mavutil trace follow: the lines of logs as they come, through rotations.
+// mavutil trace follow: the lines of logs as they are written, also across rotations.
 //
-// A rotation empties the log, which stays the same file, and then writes what stood in it to the
-// backup, filled up with zero bytes. Nothing of that is announced, and a log that has been emptied
-// may have grown again beyond where we were. So the last bytes that were read are kept: what is
-// read next must follow them. Where it does not, the log has taken a turn, and they are looked for
-// in the backup as soon as it is whole. The kernel reports when a backup was written (inotify),
-// which gives the number of turns; where it cannot, a backup that has changed and has its full size
-// is a turn.
+// A rotation empties the log, which stays the same file, and then writes its old content to the
+// backup, filled up with zero bytes. Nothing reports this, and a log that has been emptied may have
+// grown again beyond the place that we had read. So the last bytes that were read are kept: what is
+// read next must follow them. When it does not, the log was rotated (a "turn"), and those bytes are
+// searched in the backup as soon as it is whole. The kernel reports when a backup was written
+// (inotify), which gives the number of turns; without that, a backup that has changed and has its
+// full size counts as a turn.
 #include "Logs.h"
 
 #include <algorithm>
@@ -23,15 +23,15 @@
 namespace mavutil {
 namespace {
 
-// A look at least every 100 ms; but a log that grows fast must not take the processor.
+// Looks at least every 100 ms, but a log that grows fast must not use the whole processor.
 constexpr int kPause = 90;
 constexpr int kShortPause = 10;
-constexpr std::time_t kPatience = 3;   // seconds in which an emptied log's backup has to come
-constexpr int kWriting = 400;          // 5 ms each, in which a backup has to be written
+constexpr std::time_t kPatience = 3;   // seconds within which an emptied log must get its backup
+constexpr int kWriting = 400;          // times 5 ms, within which a backup must be written
 constexpr off_t kBackupSize = 1000500; // of every whole backup
 constexpr std::size_t kKept = 256;     // bytes before the place of reading that are compared
 
-// What says whether a file is still the one that was seen.
+// The data that shows whether a file is still the same one.
 struct Face {
     dev_t device = 0;
     ino_t inode = 0; // 0: there is no file
@@ -68,7 +68,7 @@ struct Log {
     Face file;             // of `fd`
     off_t at = 0;          // where the next line to be printed begins
     std::string kept;      // the bytes before `at`
-    Face backup;           // as it was when its content was last dealt with
+    Face backup;           // as it was when its content was last handled
     int turns = 0;         // backups that were written since then
     bool unsure = false;   // whether there may have been more
     bool writing = false;  // whether the backup is being written
@@ -104,7 +104,7 @@ public:
     }
 
 private:
-    // Takes in the logs that are new. The first time they are followed from their end on.
+    // Adds the logs that are new. On the first call they are followed from their end on.
     void Find(bool again, Status* status) {
         const std::vector<std::string> paths = FindLogs(arguments_, again, status);
         only_ = paths.size() == 1;
@@ -116,7 +116,7 @@ private:
             if (isNew)
                 *place = std::make_unique<Log>(path);
             Log* const log = place->get();
-            Watch(*log); // before the first look, so that nothing comes between
+            Watch(*log); // before the first look, so that no change is missed
             if (isNew && !again) {
                 log->backup = Face::Of(BackupOf(path));
                 Open(*log);
@@ -125,7 +125,7 @@ private:
             }
         }
     }
-    // A directory that was there before gives the same number again.
+    // A directory that is watched already gives the same number again.
     void Watch(Log& log) const {
         const std::size_t slash = log.path.rfind('/');
         const std::string directory =
@@ -176,7 +176,7 @@ private:
         log.kept.clear();
         log.since = 0;
     }
-    // Reads the bytes before the place of reading, where it does not begin at 0.
+    // Reads the bytes before the place of reading, for a log that is not followed from 0.
     static void Keep(Log& log) {
         char bytes[kKept];
         const off_t from = std::max<off_t>(0, log.at - static_cast<off_t>(kKept));
@@ -187,7 +187,7 @@ private:
     void Look(Log& log, bool last) {
         const Face now = Face::Of(log.path);
         if (log.fd != -1 && !now.IsFile(log.file)) {
-            // Renamed or removed: what came to the old file is still there to be read.
+            // Renamed or removed: the last lines of the old file can still be read.
             Read(log, true);
             close(log.fd);
             log.fd = -1;
@@ -204,7 +204,7 @@ private:
             log.since = 0;
             return;
         }
-        // It was emptied. Until its backup is there, nothing that follows can be shown.
+        // It was emptied. Later lines can be shown only after those in its backup.
         const std::time_t clock = Clock();
         log.since = log.since == 0 ? clock : log.since;
         if (clock - log.since < kPatience && !last)
@@ -228,7 +228,7 @@ private:
         return now.tv_sec + 1; // never 0
     }
 
-    // Deals with the turns that a log has taken since the last look: the backup holds the last one.
+    // Handles the turns of a log since the last look: the backup has the content of the last one.
     void Turn(Log& log) {
         std::string content;
         for (int tries = 0; tries < kWriting; ++tries) {
@@ -239,7 +239,7 @@ private:
             if (!log.writing && !log.touched)
                 break;
             if (log.writing)
-                poll(nullptr, 0, 5); // the next rotation has begun: what was read is not whole
+                poll(nullptr, 0, 5); // the next rotation has begun, so the content is not whole
         }
         const int turns = log.turns;
         log.turns = 0;
@@ -263,7 +263,7 @@ private:
         for (std::size_t done = 0; done < content.size();)
             done += PrintLines(log, &content[done], content.size() - done, true);
     }
-    // Whether the log still holds what was read before.
+    // Whether the log still has the bytes that were read before.
     static bool Follows(const Log& log) {
         char bytes[kKept];
         const std::size_t kept = log.kept.size();
@@ -288,8 +288,8 @@ private:
         return content;
     }
 
-    // Prints the whole lines that have come, and with `last` what follows them. False when the log
-    // no longer holds what was read before.
+    // Prints the whole lines that have come, and with `last` what follows them. Returns false when
+    // the log no longer has the bytes that were read before.
     bool Read(Log& log, bool last) {
         for (;;) {
             char block[kKept + kLongestLine];
@@ -308,8 +308,8 @@ private:
             log.kept.assign(block + kept + done - keep, keep);
         }
     }
-    // Prints the lines of `text` that end, or, when none does and with `whole`, all of it as a
-    // line. Returns the length of what was printed.
+    // Prints the complete lines of `text`. When there is none and with `whole`, prints all of it as
+    // a line. Returns the length of what was printed.
     std::size_t PrintLines(const Log& log, const char* text, std::size_t length, bool whole) const {
         std::size_t done = 0;
         while (const void* end = std::memchr(text + done, '\n', length - done)) {

@@ -22,7 +22,7 @@ namespace {
 
 constexpr char kBackup[] = "_bak";
 
-// Puts a path where it belongs in order, once.
+// Inserts a path in sorted order, unless it is there already.
 void Insert(std::vector<std::string>& logs, const std::string& path) {
     auto at = logs.begin();
     while (at != logs.end() && *at < path)
@@ -32,7 +32,7 @@ void Insert(std::vector<std::string>& logs, const std::string& path) {
 }
 
 // Inserts the logs of a directory: all NAME.log, and those of which only the backup is left.
-// Returns how many entries were theirs, -1 when the directory cannot be read.
+// Returns how many entries belong to logs, -1 when the directory cannot be read.
 int ListLogs(const char* directory, std::vector<std::string>& logs) {
     DIR* const listing = opendir(directory);
     if (listing == nullptr)
@@ -69,7 +69,7 @@ long long StampOf(std::time_t time) {
 }
 
 // Reads the stamp of a line, "03-05 06:07:08", which the general log has in front and the trace
-// files in "kor(...):". -1: it has none.
+// files in "kor(...):". Returns -1 when it has none.
 long long StampOf(const std::string& line) {
     const std::size_t tag = std::strlen(MavTrace::Prefix);
     std::size_t at = 0;
@@ -88,7 +88,7 @@ long long StampOf(const std::string& line) {
 
 // Finds the years of stamps that come one after the other: the year turns where the stamps go back
 // by more than half a year. Processes that log at the same moment may write their lines in either
-// order, so December behind January is the old year once more.
+// order, so a line of December after one of January belongs to the old year again.
 class Years {
 public:
     int turns = 0; // so far
@@ -123,7 +123,7 @@ public:
 
     // Reads all lines once, to find the year of the first: the last one was written in the year in
     // which the file was changed last, and from there the years are counted back. Then goes to the
-    // first line. Returns false, and has complained, when something cannot be read.
+    // first line. Returns false, after an error message, when something cannot be read.
     bool Open() {
         Years years;
         long long first = -1;
@@ -140,11 +140,12 @@ public:
         // Up to a day in the future: the clock and the zone need not be those of the writer.
         const long long changed = StampOf(changed_ + 86400);
         year_ = changed / kYear - (last > changed % kYear ? 1 : 0) - years.turns;
-        // Lines in front of the first stamp have its time; a log without stamps has its file's.
+        // Lines before the first stamp have its time; a log without stamps has the time of its
+        // file.
         time = first != -1 ? year_ * kYear + first : StampOf(changed_);
         return good && !failed_ && Rewind();
     }
-    // Goes to the next line; false behind the last.
+    // Goes to the next line; returns false after the last.
     bool Next() {
         if (!ReadLine())
             return false;

@@ -20,8 +20,8 @@ std::string BackupOf(const std::string& path);
 // The name of a log in front of its lines; "" when it is the only one.
 std::string LabelOf(const std::string& path, bool only);
 
-// The characters of a line as a log has them, of which each line of output is made: without zero
-// bytes, which fill up a backup, and without carriage returns.
+// The characters of a log that are part of its lines: all except zero bytes, which fill up a
+// backup, and carriage returns.
 inline bool IsShown(int c) { return c != '\0' && c != '\r'; }
 
 constexpr std::size_t kLongestLine = 8192; // what is longer counts as several

@@ -19,8 +19,8 @@ constexpr int kCopy = 040000; // MSG_COPY: Linux 3.8 and later, but not every li
 constexpr int kToRead = 0444;
 constexpr int kToChange = 0666; // what a `Message` asks for
 
-// The id of a flag's queue, which may be used as `rights` say; -1 when there is none (ENOENT) or
-// the rights are missing (EACCES).
+// The id of a flag's queue, for use with the permissions `rights`; -1 when there is none (ENOENT)
+// or they are missing (EACCES).
 int Find(int flag, int rights) {
     const key_t key = ftok("/root", flag); // as a `Message` derives it
     if (key == -1)
@@ -31,7 +31,7 @@ int Find(int flag, int rights) {
     return id;
 }
 
-// The id of a queue that must be there.
+// The id of a queue that must exist.
 int Need(int flag, int rights) {
     const int id = Find(flag, rights);
     if (id == -1 && errno == ENOENT)
@@ -150,7 +150,7 @@ Status Send(const Arguments& arguments) {
     const int flag = FlagOf(arguments[0]);
     const auto type = Number(arguments[1], "TYPE", 1, LONG_MAX);
     const ByteString bytes = BytesOf(arguments.words + 2);
-    // A message that can never be queued would empty the queue before the library gave up.
+    // For a message that can never be queued the library would empty the queue before it gives up.
     msginfo limits = {};
     msgctl(0, IPC_INFO, reinterpret_cast<msqid_ds*>(&limits));
     const int most = std::min(limits.msgmax, limits.msgmnb);
@@ -186,8 +186,8 @@ std::unique_ptr<long[]> RoomFor(int id, std::size_t* length) {
     return std::make_unique<long[]>(*length / sizeof(long) + 2);
 }
 
-// Whether the kernel knows MSG_COPY. An old one would overlook it and take the message. So a queue
-// of our own is asked, with two flags that exclude each other only where both are known.
+// Whether the kernel knows MSG_COPY. An old one would ignore it and remove the message. So this is
+// tried on a new queue, with two flags that exclude each other only in a kernel that knows both.
 bool CanCopy() {
     const int own = msgget(IPC_PRIVATE, 0600);
     long message[2];

@@ -1,4 +1,4 @@
-// mavutil time, mask and record: bytes to what they mean, and back.
+// mavutil time, mask and record: decode bytes and encode values.
 #include "Values.h"
 
 #include "Verbs.h"
@@ -36,7 +36,7 @@ Record RecordOf(long t) {
     return record;
 }
 
-// The time of a `Bcd7Time`; false when there is none with these digits.
+// The time of a `Bcd7Time`; returns false when its digits are not a time.
 bool IsTime(Record record, long* t) {
     Record same = RecordOf(Time_BCDTime7TotTime(record.Text(), t));
     return std::memcmp(record.bytes, same.bytes, same.size) == 0;
@@ -94,7 +94,7 @@ Status Decode(const Arguments& arguments) {
     Record bcd7 = RecordOf(0);
     ExchangeBCDTime(LayoutOf(arguments[0]), &bytes[0], kBcd7, bcd7.bytes);
     long t = 0;
-    // A weekday in the record must be that of its date, too, for the same bytes to come back.
+    // The bytes must be the same after conversion back, so a weekday must fit the date, too.
     if (IsTime(bcd7, &t) &&
         std::memcmp(InLayout(bcd7, arguments[0]).bytes, bytes.data(), length) == 0)
         return PrintTime(t, arguments.json);
@@ -254,7 +254,7 @@ Status PrintRecord(const IpcInfo& info, bool json) {
     return inForce ? kDone : kFailed;
 }
 
-// Prints the records that stand one after the other in `bytes`.
+// Prints the records that follow one another in `bytes`.
 Status PrintRecords(ByteString bytes, bool json) {
     Status status = kDone;
     unsigned used = 0;

@@ -4,8 +4,8 @@
 
 namespace mavutil {
 
-// Reads a time: 2024-03-05[T06:07[:08]], 06:07[:08] today, @SECONDS since 1970, or now, which a
-// null text stands for too. Ends the program where it is none.
+// Reads a time: 2024-03-05[T06:07[:08]], 06:07[:08] today, @SECONDS since 1970, or now (also for a
+// null text). Ends the program when the text is not a time.
 long TimeOf(const char* text);
 
 } // namespace mavutil

@@ -1,4 +1,4 @@
-// The tables behind the command line: a verb is one row, and each of its operations is one row. The
+// The tables of the command line: a verb is one row, and each of its operations is one row. The
 // help, the man page and the completion are made from them.
 #ifndef MAVKIT_TOOLS_MAVUTIL_VERBS_H
 #define MAVKIT_TOOLS_MAVUTIL_VERBS_H
@@ -7,7 +7,7 @@
 
 namespace mavutil {
 
-// What stands behind an operation on the command line.
+// What follows an operation on the command line.
 struct Arguments {
     char** words;      // up to a null pointer
     int count;         // of them

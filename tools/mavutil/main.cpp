@@ -10,11 +10,11 @@
 #include <unistd.h>
 
 #ifdef __GLIBCXX__
-// The one of libstdc++ prints the name of the exception, for which a static program would carry a
-// demangler of 50 KB.
+// Replaces the handler of libstdc++, which prints the name of the exception and would add a
+// demangler of 50 KB to a static program.
 void __gnu_cxx::__verbose_terminate_handler() { std::abort(); }
-// Goes on with an exception behind the cleanup of a function. Nothing here catches one, so none
-// ever gets that far; without this, an unwinder of 36 KB is linked in where it has no library.
+// Continues an exception after the cleanup of a function. Nothing here catches an exception, so
+// this is never called; without it, an unwinder of 36 KB would be linked into a static program.
 extern "C" __attribute__((weak)) void _Unwind_Resume(void*) { std::abort(); }
 #endif
 
@@ -133,8 +133,8 @@ const Option& OptionOf(const Verb& verb, const Operation& operation, char* word,
     Quit(kBad, "no option '%s' here: write %s", word, UsageOf(verb, operation));
 }
 
-// Sorts the words behind an operation into options and arguments. Arguments may begin with a dash:
-// a number, "-" alone, and all behind "--".
+// Sorts the words after an operation into options and arguments. Arguments may begin with a dash: a
+// number, "-" alone, and all words after "--".
 Arguments Parse(const Verb& verb, const Operation& operation, char** word) {
     Arguments arguments = {};
     arguments.words = word; // the options between them are dropped
