@@ -1,17 +1,21 @@
 #include "mavkit/encoding/MavString.h"
 
+#include "mavkit/encoding/Word.h"
 #include "mavkit/sys/MavFile.h"
 #include "mavkit/sys/Stream.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 
 namespace {
 
-// The value of every character as a hex digit; negative for other characters.
+// The value of every character as the high and as the low digit of a byte; negative for characters
+// that are not digits.
 struct HexValues {
-    signed char of[256];
+    short high[256];
+    signed char low[256];
 };
 
 constexpr HexValues MakeHexValues() {
@@ -20,7 +24,8 @@ constexpr HexValues MakeHexValues() {
         const bool letter = (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
         const bool decimal = c >= '0' && c <= '9';
         const int value = decimal ? c - '0' : letter ? (c | 0x20) - 'a' + 10 : -1;
-        values.of[c] = static_cast<signed char>(value);
+        values.high[c] = static_cast<short>(value * 16);
+        values.low[c] = static_cast<signed char>(value);
     }
     return values;
 }
@@ -30,7 +35,27 @@ constexpr HexValues kHexValues = MakeHexValues();
 // The byte of two hex digits; negative when one of the characters is not a digit. Inline where the
 // target is built for size too.
 inline __attribute__((always_inline)) int ReadPair(const unsigned char* text) {
-    return kHexValues.of[text[0]] * 16 | kHexValues.of[text[1]];
+    return kHexValues.high[text[0]] | kHexValues.low[text[1]];
+}
+
+// How often a character occurs in a text, a machine word at a time.
+std::size_t CountCharacter(const char* text, const char* end, char wanted) {
+    using mavkit::kWordBytes;
+    using mavkit::Word;
+    constexpr Word kOnes = ~Word{0} / 0xFF; // 1 in every byte
+    constexpr Word kLow = kOnes * 0x7F;     // all but the top bit of every byte
+    const Word pattern = kOnes * static_cast<unsigned char>(wanted);
+    std::size_t count = 0;
+    for (; static_cast<std::size_t>(end - text) >= kWordBytes; text += kWordBytes) {
+        const Word word = mavkit::LoadWord(text) ^ pattern;
+        // The top bit of each byte becomes 1 where the byte is 0; no sum carries into the next byte.
+        const Word zeros = ~((((word & kLow) + kLow) | word) | kLow);
+        count += (zeros >> 7) * kOnes >> (kWordBytes - 1) * CHAR_BIT;
+    }
+    for (; text != end; ++text)
+        if (*text == wanted)
+            ++count;
+    return count;
 }
 
 // Finds the next occurrence of a delimiter of `step` characters; null when there is none.
@@ -50,15 +75,17 @@ std::size_t CountFields(const char* text, const char* end, const char* delimiter
                         bool keepEmpty) {
     if (step == 0)
         return 1;
+    if (step == 1 && keepEmpty)
+        return CountCharacter(text, end, *delimiter) + 1;
     std::size_t fields = 0;
     if (step == 1) {
-        // Without branches: each delimiter ends a field, unless that field is empty and not kept.
+        // Without branches: each delimiter ends a field, unless that field is empty.
         char before = *delimiter;
         for (; text != end; ++text) {
-            fields += *text == *delimiter && (keepEmpty || before != *delimiter) ? 1U : 0U;
+            fields += *text == *delimiter && before != *delimiter ? 1U : 0U;
             before = *text;
         }
-        return fields + (keepEmpty || before != *delimiter ? 1U : 0U);
+        return fields + (before != *delimiter ? 1U : 0U);
     }
     while (const char* const cut = FindDelimiter(text, end, delimiter, step)) {
         fields += keepEmpty || cut != text ? 1U : 0U;
@@ -137,7 +164,7 @@ int ParseHexStr(const char* text, ByteString& bytes) {
         // one by one. A digit consumes the next character, digit or not; others are skipped.
         const unsigned char* const pause = end - next > 64 ? next + 64 : end;
         while (next < pause) {
-            const int alone = kHexValues.of[*next];
+            const int alone = kHexValues.low[*next];
             if (alone < 0) {
                 ++next;
                 continue;
