@@ -1,7 +1,7 @@
 #!/bin/sh
 # musl-toolchain.sh: provides a toolchain for MIPS32 little-endian on musl (32-bit long, 64-bit
 # time_t) and prints its folder: $MAVKIT_MUSL where that is set; otherwise the one in the cache,
-# built there once (2 minutes on two cores). musl itself comes from Debian's packages for mipsel.
+# built there once. musl itself comes from Debian's packages for mipsel.
 set -eu
 libc=musl
 given=${MAVKIT_MUSL-}

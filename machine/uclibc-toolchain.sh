@@ -1,7 +1,7 @@
 #!/bin/sh
 # uclibc-toolchain.sh: provides a toolchain for MIPS32 little-endian on uClibc-ng, the terminal's
 # libc, and prints its folder: $MAVKIT_UCLIBC where that is set; otherwise the one in the cache,
-# built there once (4 minutes on two cores).
+# built there once.
 set -eu
 libc=uclibc
 given=${MAVKIT_UCLIBC-}
