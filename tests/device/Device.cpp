@@ -110,7 +110,7 @@ bool StartsWith(const char* path, const std::string& directory) {
            (path[directory.size()] == '/' || path[directory.size()] == '\0');
 }
 
-// Whether a file at `path` is the test's own to change.
+// Whether the test may change a file at `path`.
 bool IsOwn(const char* path) {
     char current[PATH_MAX] = "";
     if (*path == '/')
@@ -201,7 +201,7 @@ std::size_t Pages(std::size_t length) {
         return FAILS(#name) ? failure : Real_##name arguments;                                     \
     }
 
-// The same for a call on a path: `changes` says whether it changes what stands there.
+// The same for a call on a path: `changes` says whether it changes the file there.
 #define WRAP_PATH(result, name, symbol, failure, parameters, changes, arguments)                   \
     WRAPPED(result, name, symbol, parameters) {                                                    \
         std::string buffer;                                                                        \
@@ -280,7 +280,7 @@ WRAPPED(void*, mmap, FILE64("mmap"),
     return base;
 }
 
-// What gives something up gives it up even where it reports a failure.
+// A call that releases something releases it even when it reports a failure.
 WRAPPED(int, munmap, "munmap", (void* base, std::size_t length)) {
     mappedBytes -= Pages(length);
     const int result = Real_munmap(base, length);
@@ -314,7 +314,7 @@ WRAP_FAULT(size_t, fread, "fread", 0, (void* p, size_t n, size_t m, FILE* f), (p
 WRAP_FAULT(size_t, fwrite, "fwrite", 0, (const void* p, size_t n, size_t m, FILE* f), (p, n, m, f))
 WRAP_FAULT(int, vfprintf, "vfprintf", -1, (FILE * f, const char* format, va_list args),
            (f, format, args))
-// Compilers and libcs turn it into the call above, or do not.
+// Some compilers and libcs turn it into the call above, others do not.
 WRAPPED(int, vprintf, "vprintf", (const char* format, va_list args)) {
     return FAILS("vfprintf") ? -1 : Real_vfprintf(stdout, format, args);
 }
@@ -357,7 +357,7 @@ WRAPPED(int, ioctl, IOCTL_MSGCTL("ioctl", "__ioctl_time64"), (int fd, unsigned l
 WRAPPED(int, fcntl, FCNTL, (int fd, int command, ...)) {
     std::va_list args;
     va_start(args, command);
-    void* argument = va_arg(args, void*); // whatever it is; not read where there is none
+    void* argument = va_arg(args, void*); // of any type; not used when the request has none
     va_end(args);
     return FAILS("fcntl") ? -1 : Real_fcntl(fd, command, argument);
 }

@@ -1,6 +1,6 @@
 // A terminal to test on, anywhere: the linker wraps the libc calls that the library makes, and they
 // are answered here. Calls that use the terminal's fixed paths, its clock and its shell never reach
-// the machine's own; message queues, mappings and all others are the real kernel's. Each of the
+// those of the machine; message queues, mappings and all others use the real kernel. Each of the
 // wrapped calls can be made to fail.
 #ifndef MAVKIT_TESTS_DEVICE_H
 #define MAVKIT_TESTS_DEVICE_H
@@ -18,7 +18,8 @@
 #include <tuple>
 #include <vector>
 
-// Base of the classes below: each changes something while it lives, and puts it back at its end.
+// Base of the classes below: each changes something while it exists, and its destructor undoes the
+// change.
 class NonCopyable {
 public:
     NonCopyable() = default;
@@ -29,8 +30,8 @@ public:
 // One terminal. While it lives, paths below /mnt, /dev/pts and /root are mapped to a temporary
 // directory of its own, which has the terminal's directories; message queues of "/root" therefore
 // get keys of their own. A call that would change a file elsewhere ends the test program. The
-// terminal's end removes the directory and the queues, puts every call back to normal, and fails
-// the test if descriptors or mappings have leaked. There is one at a time.
+// destructor removes the directory and the queues, puts every call back to normal, and fails the
+// test if descriptors or mappings have leaked. Only one may exist at a time.
 class Device : NonCopyable {
 public:
     Device();
@@ -39,7 +40,7 @@ public:
     static constexpr const char* kGeneralLog = "/mnt/sdcard/log/general.log";
     static constexpr const char* kTraceDir = "/mnt/sd/term/common/trace/";
 
-    // Where the terminal's path `path` stands on this machine.
+    // Where the terminal's path `path` is on this machine.
     std::string Path(const std::string& path) const;
     // Content of the file `path` of the terminal; empty when it is missing.
     std::string Read(const std::string& path) const;
@@ -49,7 +50,7 @@ public:
     std::string GeneralLog() const;
     std::string TraceFile(const std::string& file = "trace.log") const;
 
-    // Holds the clock (`time`) at `now` until the device ends.
+    // Stops the clock (`time`) at `now` until the device is destroyed.
     static void HoldClock(std::time_t now);
 
     // Makes the call `name` (as in the source: "fopen", "msgsnd"; "new" for operator new) fail
@@ -68,7 +69,7 @@ public:
     static int LowestFreeDescriptor();
 
     std::vector<std::string> commands;  // what `system` would have run
-    int commandResult = 0;              // what `system` answers
+    int commandResult = 0;              // what `system` returns
     std::vector<std::time_t> clockSets; // times to which the clock would have been set
     // Start, length and flags of every `msync`.
     std::vector<std::tuple<const void*, std::size_t, int>> syncs;
@@ -81,15 +82,15 @@ private:
     std::size_t mappedBytes_;
 };
 
-// While it lives no call fails and none is counted: for what a test itself does on the way.
+// While it exists no call fails and none is counted: for calls that the test itself makes.
 class FaultsPaused : NonCopyable {
 public:
     FaultsPaused();
     ~FaultsPaused();
 };
 
-// Takes what the process writes to standard output while it lives. That includes what GoogleTest
-// writes, so the end of a test that has failed passes it on.
+// Captures what the process writes to standard output while it exists. That includes the output of
+// GoogleTest, so when a test has failed the destructor prints it.
 class StdoutCapture : NonCopyable {
 public:
     StdoutCapture();
@@ -115,7 +116,7 @@ public:
     }
 };
 
-// What most tests run on: a terminal in UTC whose clock is held at kNow, with standard output
+// What most tests run on: a terminal in UTC whose clock is stopped at kNow, with standard output
 // captured and a trace setting of its own: no prefix, and `traceWay` as its only way.
 class Terminal : NonCopyable {
 public:
@@ -135,8 +136,8 @@ protected:
     using Terminal::Terminal;
 };
 
-// Lets the process have no more than `most` of a resource while it lives: RLIMIT_FSIZE is a card
-// that is full part way through a write, RLIMIT_NOFILE the end of all descriptors.
+// Lets the process have no more than `most` of a resource while it lives: RLIMIT_FSIZE acts like a
+// card that becomes full during a write, RLIMIT_NOFILE like a lack of descriptors.
 class Limit : NonCopyable {
 public:
     Limit(decltype(RLIMIT_FSIZE) resource, rlim_t most);
@@ -147,7 +148,7 @@ private:
     rlimit before_;
 };
 
-// Takes descriptors while it lives: the next one that the system hands out is `next`.
+// Uses up descriptors while it exists, so that the next one that the system gives is `next`.
 class TakenUpTo : NonCopyable {
 public:
     explicit TakenUpTo(int next);

@@ -1,4 +1,4 @@
-// The stand-in itself: no test may change anything of the machine.
+// Tests of the stand-in itself: no test may change anything on the machine.
 #include "device/Device.h"
 
 #include <csignal>

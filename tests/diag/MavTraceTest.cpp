@@ -56,7 +56,7 @@ TEST_F(MavTraceTest, RoutesByLevelAndFlags) {
             device.Remove(dir + file);
         }
     }
-    // A channel that gives no stream leaves the prefix to the next one.
+    // When a channel has no stream, the next one gets the prefix.
     Way(10);
     setting.dataWay = WAY_NONE;
     EXPECT_FALSE(mavkit::IsTraced(LEVEL_ERROR, 1));
@@ -87,7 +87,7 @@ TEST_F(MavTraceTest, RestoresTheBuiltInSetting) {
     EXPECT_TRUE(mavkit::IsTraced(LEVEL_VERBOSE, 0));
     expectRestored();
     spoil();
-    MavTrace::Setting = &setting; // which does not matter
+    MavTrace::Setting = &setting; // makes no difference
     MavTrace(INT_MAX, 0)("m\n");
     expectRestored();
     spoil();
@@ -178,7 +178,7 @@ TEST_F(MavTraceTest, AnyLengthIsOneWrite) {
         device.Remove(dir + "trace.log");
         device.Remove(Device::kGeneralLog);
     }
-    // Without memory a long one is written in pieces, with what the caller's errno was.
+    // Without memory a long message is written in pieces, with the caller's errno.
     const std::string text(6000, 't');
     Device::Fail("malloc", ENOMEM);
     MavDump(0, 0) << text.c_str();
@@ -209,8 +209,8 @@ protected:
         close(slave);
         close(master);
     }
-    // What a person sees: the next characters up to `end`. The system passes them on in its own
-    // time.
+    // What a person sees: the next characters up to `end`. The system may need some time to pass
+    // them on.
     std::string Seen(const std::string& end) const {
         pollfd readable = {master, POLLIN, 0};
         std::string text;
@@ -297,7 +297,7 @@ TEST_F(MavTraceTest, RotationThatFails) {
     EXPECT_EQ("old new+older ", trace());
     Device::Fail("fopen", EACCES, 1, 1); // the file, to empty it
     EXPECT_EQ("old +old ", trace());
-    const Limit full(RLIMIT_FSIZE, 500000); // a part of a backup is none
+    const Limit full(RLIMIT_FSIZE, 500000); // an incomplete backup is removed
     EXPECT_EQ("new+", trace());
     EXPECT_FALSE(device.Exists(dir + "trace.log_bak"));
 }
@@ -321,7 +321,7 @@ TEST_F(MavTraceTest, DescriptorWarningsDoNotNest) {
             EXPECT_EQ(2, opened); // for the message, and for the warning about it
             const std::string warning = "ZEPFile: open file " + path + " success. WARNING fd(" +
                                         std::to_string(level) + ") is greater than 8\n";
-            // A terminal's stream writes where it stands, a file's at the end.
+            // A terminal's stream writes at its position, a file's stream at the end.
             EXPECT_EQ(way == WAY_TTYP1 ? "message\n" + warning.substr(8) : warning + "message\n",
                       device.Read(path));
             EXPECT_EQ(level == 64,

@@ -40,7 +40,7 @@ TEST_F(TraceTest, AssertionReportsTheSourceTextAndGoesOn) {
     ASSERT_REPORT(++evaluated == 1);
     EXPECT_EQ(head + "TraceTest,line=" + line + ",exp=fd<64\n", out.Take());
     EXPECT_EQ(1, evaluated);
-    // The stem is found in any path that a build system may give.
+    // The stem is found in every path that a build system may pass.
     for (const char* path : {"s.t", "s.t.cpp", "/a.b/s.t.cpp", "../x/s.t.x", "p/plain"}) {
         ReportFailedAssertion(path, 1, "false");
         const char* stem = path[3] == '\0' ? "s" : *path == 'p' ? "plain" : "s.t";

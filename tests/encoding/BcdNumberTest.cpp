@@ -36,7 +36,7 @@ TEST(HighFirst, BytesAndAmounts) {
         ByteString left = Amount(a) + Byte(0x55); // with a byte after it that stays
         ByteString right = Amount(b) + Byte(0x55);
         ByteString own(7, 0x55);
-        ByteString& out = i % 3 == 0 ? own : i % 3 == 1 ? left : right; // or over an operand
+        ByteString& out = i % 3 == 0 ? own : i % 3 == 1 ? left : right; // or an operand
         ASSERT_EQ((high > 0) - (high < 0), Comp_BCD(Chars(left), Chars(right), count))
             << a << " " << b;
         ASSERT_EQ(a < b ? -2 : 0, Sub_84BCD(Chars(out), Chars(left), Chars(right)));
@@ -54,7 +54,7 @@ TEST(LowFirst, FromDouble) {
     ByteString digits = Hex(std::string(text + 54, 255) + (text + 310));
     std::reverse(digits.begin(), digits.end());
     EXPECT_EQ(digits, longest);
-    // The smallest that is not taken for zero.
+    // The smallest value that is not treated as zero.
     counts[0] = 0, counts[1] = 4;
     EXPECT_EQ(0, DoubleToBCD(0.0001, counts[0], counts[1], &longest[0]));
     EXPECT_EQ(Hex("01 00"), longest.substr(0, 2));
@@ -79,7 +79,7 @@ TEST(LowFirst, FromDoubleWithItsSign) {
 
 TEST(LowFirst, ToDoubleAndToInteger) {
     unsigned char source[16] = {0x45, 0x23, 0xF1};
-    EXPECT_EQ(123.45, BCDToDouble(source, 3, 2)); // the nibble beyond does not count
+    EXPECT_EQ(123.45, BCDToDouble(source, 3, 2)); // the nibble after the digits is ignored
     const unsigned char one[12] = {0x01};
     for (const int decimals : {21, 22, 23}) // up to and beyond the powers that a double has exactly
         EXPECT_DOUBLE_EQ(std::pow(10.0, -decimals), BCDToDouble(one, 0, Byte(decimals)));

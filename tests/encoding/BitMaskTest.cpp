@@ -118,7 +118,7 @@ TEST(BitMask, AgreesWithTheModel) {
         const std::size_t reach = std::size_t{1} << (3 + round % 8);
         for (int step = 0; step < 50; ++step) {
             const std::size_t which = below(2);
-            const std::size_t source = step % 9 == 0 ? which : 1 - which; // or itself
+            const std::size_t source = step % 9 == 0 ? which : 1 - which; // or the same mask
             BitMask& mask = masks[which];
             std::string& model = models[which];
             const unsigned int from = below(reach);

@@ -99,7 +99,7 @@ TEST(HexText, LinesAndNumbers) {
               text[0] + text[1] + text[2] + text[3]);
 }
 
-// The strings of a list from `from` on, each with a bar after it.
+// The strings of a list from `from` on, each followed by a bar.
 std::string Joined(const strings& list, std::size_t from) {
     std::string text;
     for (; from < list.size(); ++from)
@@ -117,7 +117,7 @@ TEST(Strings, Split) {
             EXPECT_EQ(static_cast<std::size_t>(count), list.size() - before) << all;
         }
     }
-    strings own; // its own texts, which move when it grows
+    strings own; // texts of the list itself, which move when it grows
     own.addfrom("1,2,3,4,5,6|,|over and over and over, again", "|", true);
     own.addfrom(own[0].c_str(), own[1].c_str(), true);
     own.addfrom(own[2].c_str(), own[1].c_str(), true);
@@ -157,7 +157,7 @@ TEST(HexParse, TextAndFile) {
     EXPECT_EQ(0, ParseHexFromFile(path, bytes));
     EXPECT_EQ(expected + Hex("12 56 78 9A 0B"), bytes);
     Device::Fail("fgets", EIO, 1, 1);
-    for (const char* const none : {path, "/mnt/sd/none", "/mnt/sd"}) // a directory opens, no more
+    for (const char* const none : {path, "/mnt/sd/none", "/mnt/sd"}) // a folder opens
         EXPECT_EQ(-1, ParseHexFromFile(none, bytes = Hex("55"))) << none;
     EXPECT_EQ(-1, ParseHexFromFile(nullptr, bytes));
     EXPECT_EQ(Hex("55"), bytes);

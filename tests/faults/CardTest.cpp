@@ -1,5 +1,5 @@
-// A card that is full or read-only, and a process that has used up its descriptors: for real where
-// this machine lets a process mount a file system of its own, with the nearest stand-in elsewhere.
+// A card that is full or read-only, and a process that has used up its descriptors: with a real
+// file system where this machine lets a process mount one, otherwise with the nearest stand-in.
 #include "device/Device.h"
 #include "mavkit/mavkit.h"
 
@@ -47,7 +47,7 @@ TEST_F(CardTest, FullCardDropsMessagesAndRecovers) {
         device.Write(source, std::string(9000, 's'));
         GENERAL_LOG("before\n");
         MavTrace(0, 0)("before\n");
-        // Pages that hold the two files have room for more: fill those as well.
+        // The pages of the two files have room for more: fill those as well.
         GENERAL_LOG("%s\n", std::string(4096 - 2 * 15 - 8, 'f').c_str());
         MavTrace(0, 0)("%s\n", std::string(4096 - 8, 'f').c_str());
         const std::string log = device.GeneralLog(), trace = device.TraceFile();
@@ -72,7 +72,7 @@ TEST_F(CardTest, FullCardDropsMessagesAndRecovers) {
         EXPECT_EQ(trace + "after\n", device.TraceFile());
         EXPECT_EQ(0, MavFile::CopyFile(&source[0], &copy[0]));
 
-        if (mounted) { // there is no room for a backup, and a part of one would silence the logs
+        if (mounted) { // no room for a backup; an incomplete one would block the logs
             EXPECT_EQ(-1, MavFile::CreateFile(filler.c_str(), 1000000, 0));
             setting.maxSize = 100;
             MavTrace(0, 0)("rotated\n");
@@ -97,7 +97,7 @@ TEST_F(CardTest, ReadOnlyCard) {
         EXPECT_EQ(0, mount("none", card.c_str(), "none", MS_REMOUNT | MS_RDONLY, nullptr));
         EXPECT_EQ(-1, MavFile::CreateFile("/mnt/f", 1, 0));
         std::string elsewhere = "/dev/pts/copy";                     // which can be written
-        EXPECT_EQ(-1, MavFile::CopyFile(&source[0], &elsewhere[0])); // the source cannot
+        EXPECT_EQ(-1, MavFile::CopyFile(&source[0], &elsewhere[0])); // the source cannot be written
         EXPECT_EQ(-1, MavFile::OpenFile("/mnt/f", false));
         EXPECT_EQ(EROFS, errno);
         MavTrace(0, 0)("dropped\n");

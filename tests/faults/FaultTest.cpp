@@ -27,7 +27,7 @@ const std::pair<int, const char*> kErrors[] = {
     {EAGAIN, "EAGAIN"}, {EIDRM, "EIDRM"},   {EIO, "EIO"},      {ENFILE, "ENFILE"},
     {ENOENT, "ENOENT"}, {ENOMEM, "ENOMEM"}, {ENOSPC, "ENOSPC"}};
 
-// The error that each call fails with, where another one than ENOMEM is likelier.
+// The error that each call fails with, where another error than ENOMEM is more likely.
 int ErrorOf(const std::string& call) {
     static const std::map<std::string, int> errors = {
         {"fopen", ENFILE},    {"open", ENFILE},   {"fread", EIO},      {"fwrite", ENOSPC},
@@ -56,7 +56,7 @@ std::string Digits(const void* bcd) {
 // A fresh terminal for one run of an operation.
 class Trial : public Terminal {
 public:
-    // Of the calls that are named so, the one after `skip` others is to fail.
+    // Of the calls with this name, the one after `skip` others must fail.
     explicit Trial(const std::string& call = "time", int skip = -1) : Terminal(WAY_PUBLIC) {
         setting.level = LEVEL_INFO;
         for (const char* directory : {"/mnt/tree/a/b", "/mnt/home"})
@@ -154,8 +154,8 @@ protected:
         Compare(name, clean);
         for (const auto& [call, count] : calls) {
             made_[call] += count;
-            // How often a string grows is the standard library's choice, in which order a directory
-            // is listed the kernel's: such calls are not numbered, their outcomes are compared.
+            // The standard library decides how often a string grows, and the kernel in which order
+            // a directory is listed: such calls are not numbered, only their outcomes are compared.
             const bool numbered = call != "new" && call != "readdir";
             std::set<std::string> outcomes;
             for (int skip = 0; skip < count; ++skip, ++faults_) {
@@ -199,7 +199,7 @@ bool Check(std::FILE* file, void*) {
     return std::fread(text, 6, 1, file) == 1 && std::memcmp(text, "region", 6) == 0;
 }
 
-using Entries = std::multiset<std::string>; // in which order they come is the kernel's choice
+using Entries = std::multiset<std::string>; // the kernel decides their order
 
 bool Record(int depth, bool, const char* directory, const char* name, void* context) {
     const FaultsPaused pause;
@@ -322,7 +322,7 @@ TEST_F(Faults, EveryCallFailsInTurn) {
         try {
             mask.ParseFrom("900-999", true, 0);
         } catch (const std::bad_alloc&) {
-            count = 1000000; // and what was set still is
+            count = 1000000; // the bits that were set are still set
         }
         return Text(count + mask.EnableCount());
     });

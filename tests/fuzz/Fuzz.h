@@ -15,7 +15,7 @@
 
 namespace fuzz {
 
-// Of exactly their own size on the heap, so that the sanitizer sees every byte beyond.
+// In a heap block of exactly their size, so that the sanitizer sees every access beyond them.
 using Bytes = std::vector<unsigned char>;
 
 // The input, read from its front; beyond its end there are zeros.
@@ -72,7 +72,7 @@ inline void Run(void (*target)(Input), const unsigned char* data, std::size_t si
 
 } // namespace fuzz
 
-#ifdef MAVKIT_FUZZ_TARGET // the one that this program searches
+#ifdef MAVKIT_FUZZ_TARGET // the target that this program searches
 void MAVKIT_FUZZ_TARGET(fuzz::Input in);
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size) {
     fuzz::Run(MAVKIT_FUZZ_TARGET, data, size);

@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::size_t kPiece = 511;
 
-// The value of the key, or none and not found.
+// The value of the key, and whether it was found.
 std::string Find(const std::string& file, const std::string& key, bool& found) {
     for (std::size_t at = 0, end = 0; at < file.size(); at = end) {
         end = std::min({file.find('\n', at), file.size() - 1, at + kPiece - 1}) + 1;
@@ -89,7 +89,7 @@ void FileValue(fuzz::Input in) {
     static const int fd = static_cast<int>(syscall(SYS_memfd_create, "fuzz", 0));
     static std::string path = "/proc/self/fd/" + std::to_string(fd);
     std::string key = in.Text(in.Byte());
-    // A byte may stand for many: lines longer than a piece come cheap.
+    // One byte of the input may become many, so that a short input makes lines longer than a piece.
     std::string file;
     while (in.left > 0) {
         const char c = static_cast<char>(in.Byte());

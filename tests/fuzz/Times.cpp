@@ -1,4 +1,4 @@
-// Times against the models' calendar: it gives what `mktime` must come to.
+// Times checked against the model calendar, which gives what `mktime` must return.
 #include "Fuzz.h"
 #include "mavkit/time/Calendar.h"
 #include "mavkit/time/Period.h"
@@ -14,8 +14,8 @@ namespace {
 using model::kDay;
 using model::kFar;
 
-// The zone that the process lives in: half of them with daylight saving, one that skips midnight,
-// and one of half an hour.
+// The zone of the process: half of them with daylight saving, one that skips midnight, and one of
+// half an hour.
 struct Zone {
     const int index;
 
@@ -32,7 +32,8 @@ struct Zone {
 
     bool Fixed() const { return index < 4; }
 
-    // Whether `t` is right for the wall. One that the clock skips or shows twice has two readings.
+    // Whether `t` is right for the wall. A wall that the clock skips or shows twice has two such
+    // times.
     static bool Reads(long long t, long long wall) {
         const bool either = t == model::Reading(wall, -1) || t == model::Reading(wall, 1);
         return model::OnlyTime(wall) == -1 ? either : t == model::OnlyTime(wall);

@@ -56,7 +56,7 @@ TEST(IpcInfoTest, ExpiresAfterItsLifetime) {
                    std::to_string(c.type) + "\n";
         EXPECT_EQ(log, terminal.device.GeneralLog());
     }
-    info.createTime = 1; // beyond 2106, where time_t has room for it
+    info.createTime = 1; // after 2106, when time_t is wide enough
     Device::HoldClock(static_cast<std::time_t>(0x100000001LL));
     EXPECT_EQ(sizeof(std::time_t) == 4, info.IsValid());
 }

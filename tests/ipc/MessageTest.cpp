@@ -23,13 +23,13 @@ protected:
         return channel.SendData(reinterpret_cast<const unsigned char*>(text.data()),
                                 static_cast<unsigned>(text.size()), type);
     }
-    // What a receive hands over; "-" when it returns false.
+    // What a receive returns; "-" when it returns false.
     std::string Receive(long selector, unsigned capacity = 8192) {
         std::string text(capacity, '\0');
         auto* const bytes = reinterpret_cast<unsigned char*>(&text[0]);
         return channel.RecvData(bytes, capacity, selector) ? text.substr(0, capacity) : "-";
     }
-    // Takes everything off the queue; the types in the queue's order.
+    // Takes all messages out of the queue. Returns their types in the queue's order.
     std::string Types() {
         std::string types;
         while (msgrcv(id, &message, sizeof message.payload, 0, IPC_NOWAIT) != -1)
@@ -83,7 +83,7 @@ TEST_F(MessageTest, TakesAndGivesRawBuffers) {
     EXPECT_EQ(3U, length);
     EXPECT_EQ(sent, raw);
 
-    // Nothing to send is no failure and no message; no buffer is a failure, whatever its length.
+    // An empty message is no failure, but is not sent; a null buffer is a failure for any length.
     EXPECT_TRUE(channel.SendMsg(&raw[1], 0));
     EXPECT_TRUE(Send(5, ""));
     for (const unsigned none : {0U, 3U}) {
@@ -106,7 +106,7 @@ TEST_F(MessageTest, ReceiveThatIsTooBigDropsTheMessage) {
     unsigned length = 4;
     EXPECT_FALSE(channel.RecvMsg(&message, length, -4));
     EXPECT_EQ(4U, length);
-    EXPECT_EQ(3, message.type); // the buffer holds its head
+    EXPECT_EQ(3, message.type); // the buffer has its beginning
     EXPECT_STREQ("3 to", message.payload);
     EXPECT_EQ(stamp + tag + "-4) receive failed because ipMsgBuff is too small.\n",
               device.GeneralLog());

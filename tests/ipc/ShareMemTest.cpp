@@ -173,8 +173,8 @@ TEST_F(ShareMemTest, InitAgainKeepsTheObjectWhole) {
     EXPECT_EQ(0, munmap(second, kPage));
     EXPECT_FALSE(IsMapped());
     ShareMem().Init(path.c_str(), 2 * kPage, nullptr, nullptr, nullptr);
-    EXPECT_FALSE(IsMapped()); // its end unmaps all of it
-    // A callback may leave by an exception: no stream stays open.
+    EXPECT_FALSE(IsMapped()); // the destructor unmaps all of it
+    // A callback may throw an exception: no stream stays open.
     const auto leave = [](std::FILE*, void*) -> bool { throw 1; };
     EXPECT_THROW(region.Init(path.c_str(), kPage, leave, nullptr, nullptr), int);
 }
@@ -182,7 +182,7 @@ TEST_F(ShareMemTest, InitAgainKeepsTheObjectWhole) {
 TEST_F(ShareMemTest, ProcessesShareTheRegion) {
     ASSERT_TRUE(Init(2 * kPage));
     region.base[0] = 'g';
-    // The other one finds the file by its name, and dies without a Save.
+    // The other process finds the file by its name, and ends without a Save.
     const pid_t child = Start([this] {
         ShareMem other;
         other.Init(path.c_str(), 2 * kPage, Fill, Validate, &calls);
@@ -192,9 +192,10 @@ TEST_F(ShareMemTest, ProcessesShareTheRegion) {
     });
     EXPECT_FALSE(Succeeded(child));
     EXPECT_EQ('c', region.base[kPage]);
-    EXPECT_EQ('c', device.Read(path)[kPage]); // what a later start finds
+    EXPECT_EQ('c', device.Read(path)[kPage]); // this is what a later start finds
 
-    // Two that start on a missing one at once: either may create it, both end up with one.
+    // Two processes start at once on a missing file: either may create it, and both then have a
+    // region.
     const auto isWhole = [](std::FILE* file, void*) {
         return std::fseek(file, 0, SEEK_END) == 0 &&
                static_cast<unsigned long>(std::ftell(file)) == 2UL * kPage;

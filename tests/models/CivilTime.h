@@ -1,8 +1,8 @@
-// A calendar and time layouts of the tests' own, slow and obvious.
+// A second calendar and time layouts for the tests, slow and simple.
 //
 // It can be trusted because it shares nothing with what it checks: days are counted from the rule
-// of leap years alone, in 64 bits, and what a clock shows comes from `localtime`; `mktime`, on
-// which the library stands, is never asked. CalendarTest.cpp turns its days one by one.
+// of leap years alone, in 64 bits, and what a clock shows comes from `localtime`; `mktime`, which
+// the library uses, is never called. CalendarTest.cpp checks its days one by one.
 //
 // A "wall" is what a clock on the wall shows, in seconds from 1970 by that clock.
 #ifndef MAVKIT_TESTS_CIVILTIME_H
@@ -16,12 +16,12 @@
 namespace model {
 
 constexpr long long kDay = 86400;
-constexpr long long kFar = 1LL << 60;                    // beyond all times
+constexpr long long kFar = 1LL << 60;                    // after all times
 constexpr long long kLengths[] = {0, 1, 60, 3600, kDay}; // by unit
 
 inline long long FloorDiv(long long a, long long b) { return a / b - (a % b < 0 ? 1 : 0); }
 
-// Days from 1970-01-01 to a date; months and days out of their range run on.
+// Days from 1970-01-01 to a date; months and days out of their range are carried on.
 inline long long Days(long long year, long long month, long long day) {
     static const int kBefore[] = {0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334};
     year += FloorDiv(month - 1, 12);
@@ -59,7 +59,7 @@ inline long long Moved(long long wall, int unit, long long n) {
            c.second;
 }
 
-// What the wall shows in the zone that is set; kFar where there is no such time.
+// What the wall shows in the current zone; kFar when there is no such time.
 inline long long Wall(long long time) {
     const auto t = static_cast<std::time_t>(time);
     const bool fits = t == time && time >= LONG_MIN && time <= LONG_MAX;
@@ -77,7 +77,7 @@ inline long long Reading(long long wall, int days) {
     return Wall(there) == kFar || Wall(t) == kFar ? -1 : t;
 }
 
-// The first time that shows a wall; of one that the clock skips, that time later by the gap.
+// The first time that shows a wall; for a wall that the clock skips, the time later by the gap.
 inline long long FirstTime(long long wall) {
     const long long before = Reading(wall, -1);
     return Wall(before) == wall || Wall(Reading(wall, 1)) != wall ? before : Reading(wall, 1);

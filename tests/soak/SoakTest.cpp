@@ -1,6 +1,6 @@
-// Several processes at once, some of them killed: no message or line is lost, torn or doubled
-// beyond what the headers say. A run takes a second or two; MAVKIT_SOAK=N in the environment makes
-// it N times as long.
+// Several processes at once, some of them killed: no message or line is lost, torn or repeated more
+// than the headers allow. A run takes a second or two; MAVKIT_SOAK=N in the environment makes it N
+// times as long.
 #include "device/Device.h"
 #include "mavkit/diag/MavTrace.h"
 #include "mavkit/diag/Trace.h"
@@ -159,11 +159,11 @@ TEST_F(PostTest, NothingIsLostTornOrTwice) {
     Close(0);
 }
 
-// No sender ends by itself before the last kill. The one after a kill goes on where the dead one
-// was.
+// No sender ends by itself before the last kill. The sender that is started after a kill continues
+// where the killed one was.
 TEST_F(PostTest, KilledSenderLosesAtMostTheMessageInItsHands) {
     ASSERT_NO_FATAL_FAILURE(Open(3000, false));
-    unsigned begun[kSenders] = {}; // where each one took up the work
+    unsigned begun[kSenders] = {}; // where each one started its work
     const unsigned kills = 3 * kSenders * Rounds();
     for (unsigned i = 0; i < kills; ++i) {
         const unsigned s = i % kSenders;
@@ -201,9 +201,8 @@ std::multiset<std::string> WholeLines(const std::string& text, const char* stamp
 
 using Logs = TerminalTest;
 
-// Eight processes write into both kinds of file; the trace file is rotated again and again. What
-// two processes that rotate at once leave in the backup is not promised, so only its size is
-// checked.
+// Eight processes write into both kinds of file; the trace file is rotated again and again. The
+// content of the backup after two rotations at once is not specified, so only its size is checked.
 TEST_F(Logs, HoldWholeLines) {
     const unsigned each = 1000 * Rounds();
     setting.prefixOn = 1;

@@ -27,7 +27,7 @@ ino_t Inode(const char* path) {
 }
 
 // A tree of its own, and a callback that checks at every call that the working directory is the one
-// being listed. Its end checks that the working directory is as before.
+// being listed. The destructor checks that the working directory is as before.
 class DirScanTest : public TerminalTest {
 protected:
     DirScanTest() { fs::create_directories(root); }
@@ -107,7 +107,7 @@ TEST_F(DirScanTest, ReportsEveryEntryDownToTheLimit) {
         EXPECT_TRUE(Scan(limit));
         EXPECT_EQ(expected, seen) << limit;
     }
-    // Stopped or left by an exception at any call, it goes no further and puts everything back.
+    // Stopped at any call, also by an exception, a scan goes no further and restores everything.
     for (stopAt = 1; stopAt <= all.size(); ++stopAt)
         for (const bool thrown : {false, true}) {
             if ((throws = thrown)) {
@@ -137,7 +137,8 @@ TEST_F(DirScanTest, TheTreeMayChangeUnderTheScan) {
     EXPECT_EQ((Entries{"/a", "/link", "/pipe"}), Unopened());
     fs::remove_all(root);
 
-    // A directory becomes a file while its sibling is walked: reported is what it is by then.
+    // A directory becomes a file while its sibling is walked: it is reported as what it is at that
+    // time.
     Make({"p/x", "q/x"});
     act = [](bool isDirectory, const char* name) {
         const char* const other = *name == 'p' ? "q" : "p";
@@ -150,7 +151,7 @@ TEST_F(DirScanTest, TheTreeMayChangeUnderTheScan) {
         << testing::PrintToString(seen);
     fs::remove_all(root);
 
-    // The directory being listed is deleted: that is its end.
+    // The directory being listed is deleted: its listing ends there.
     Make({"p/x", "q/x"});
     act = [](bool isDirectory, const char*) {
         if (!isDirectory)
@@ -198,8 +199,8 @@ TEST_F(DirScanTest, GoesDeeperThanPathsReach) {
     for (std::size_t i = 0; i < levels; ++i)
         ASSERT_TRUE(mkdir(name.c_str(), 0700) == 0 && chdir(name.c_str()) == 0);
     const ino_t deepest = Inode(".");
-    // From, and back to, a directory whose path is too long to be named: by most libcs, and then by
-    // all. (Calls of getcwd: the working directory, the root, the working directory.)
+    // From, and back to, a directory whose path is too long: for most libcs, and then for all.
+    // (Calls of getcwd: the working directory, the root, the working directory.)
     for (const int unnamed : {-1, 0, 2}) {
         Device::Fail("getcwd", ENAMETOOLONG, unnamed < 0 ? 0 : 1, unnamed);
         EXPECT_TRUE(Scan()) << unnamed;

@@ -125,8 +125,8 @@ TEST_F(MavFileTest, CopiesFiles) {
     EXPECT_TRUE(device.Exists(to)); // still there when the source cannot be opened
     Device::Fail("fopen", ENOSPC, 1, 1);
     EXPECT_EQ(-1, MavFile::CopyFile(&from[0], &to[0]));
-    EXPECT_FALSE(device.Exists(to));                 // removed before the new one cannot be opened
-    for (const std::size_t size : {5000U, 20000U}) { // less and more than a buffer
+    EXPECT_FALSE(device.Exists(to));                 // it was removed before the open failed
+    for (const std::size_t size : {5000U, 20000U}) { // smaller and larger than a buffer
         device.Write(from, content.substr(0, size));
         const Limit full(RLIMIT_FSIZE, 3000);
         EXPECT_EQ(-1, MavFile::CopyFile(&from[0], &to[0])) << size;

@@ -52,7 +52,7 @@ TEST(QueryTest, ReadsAnInterfacesAddress) {
     device.interfaces.clear(); // the kernel's own
     char out[16] = "127.0.0.1";
     EXPECT_EQ(-1, GetNetIP("none0", out));
-    GetNetIP("lo", out); // may have no address, but no other one
+    GetNetIP("lo", out); // may have no address, but never another one
     EXPECT_STREQ("127.0.0.1", out);
 }
 

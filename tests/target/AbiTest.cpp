@@ -14,7 +14,7 @@ namespace {
 constexpr long long kEnd = 0x7FFFFFFF; // 2038-01-19 03:14:07 UTC, the last second in 32 bits
 constexpr bool kWideTime = sizeof(std::time_t) > 4;
 
-// A time as the library returns it: -1 when it does not fit.
+// A time as the library returns it: -1 when it does not fit a `long`.
 long Fit(long long t) { return t < LONG_MIN || t > LONG_MAX ? -1 : static_cast<long>(t); }
 
 #ifdef MAVKIT_ABI // what the build asked for

@@ -47,7 +47,7 @@ TEST(BcdTime, EveryFormOfATimeIsOfTheZoneOfTheCall) {
         Time_tTimeToAscTime14(c.t, ascii.data());
         EXPECT_EQ(records[0], Bytes(ascii));
         EXPECT_EQ(std::string("\0", 1), ascii.substr(14));
-        ascii[14] = '#'; // it needs no end
+        ascii[14] = '#'; // it needs no terminator
         std::tm now = {};
         now.tm_wday = now.tm_yday = now.tm_isdst = 99;
         std::tm read = now;
@@ -68,7 +68,7 @@ TEST(BcdTime, FieldsOutOfRangeAreCarried) {
         std::string given = Bytes(c.given, 7);
         long t = 0;
         std::tm f = {};
-        f.tm_isdst = 1; // what is there before does not count
+        f.tm_isdst = 1; // the old value does not matter
         EXPECT_EQ(At(c.meant), Time_BCDTime7TotTime(given.data(), &t)) << c.given;
         EXPECT_EQ(t, Time_BCDTime7ToTm(given.data(), &f)) << c.given;
         EXPECT_EQ(Text(t), Text(f)) << c.given;

@@ -1,5 +1,5 @@
-// What any times, units and counts come to is checked against the model in fuzz/Times.cpp; the ends
-// of time in target/AbiTest.cpp.
+// Random times, units and counts are checked against the model in fuzz/Times.cpp, the ends of time
+// in target/AbiTest.cpp.
 #include "mavkit/time/Calendar.h"
 #include "mavkit/time/BcdTime.h"
 #include "models/CivilTime.h"
@@ -38,7 +38,7 @@ const struct {
     {kShanghai, Year, "2024-12-31 23:59:59", "2025-01-01", 1},
     {kBerlin, Day, "03-31 23:59", "04-01", 1},      {kBerlin, Day, "03-31", "04-01 23:59", 1},
     {kBerlin, Day, "10-28", "10-27 23:59", -1},     {kBerlin, 0, "03-31", "04-01", 82800},
-    // Without a time on one side it is the seconds that count, from time 0.
+    // When one side has no time, seconds from time 0 are counted.
     {kSouthern, Day, "", "2024-07-15 12", 19919}, {kSouthern, Day, "2024-07-15 12", "", -19919},
     {kBerlin, Day, "", "2024-01-15 12", 19736},     {kBerlin, Day, "", "", 0},
     {kNewYork, Month, "", "1970-01-15", 1},         {kNewYork, Year, "1970-01-15", "", -1}};
@@ -71,7 +71,7 @@ TEST(Calendar, UnitsAreAddedOnTheWall) {
         const Zone zone(c.zone);
         EXPECT_EQ(Text(At(c.sum)), Text(dateadd(c.unit, c.n, At(c.t)))) << c.t << " " << c.n;
     }
-    // However long the way: an hour in summer time is an hour before the same on the wall.
+    // For any distance: an hour in summer time is an hour before the same on the wall.
     const Zone zone(kBerlin);
     const long t = At("2024-01-15 12:00:07");
     for (const long n : {-40000000L, -1000000L, 300000L, INT_MAX / 60L, INT_MAX / 60L + 1}) {

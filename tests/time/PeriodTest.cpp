@@ -1,4 +1,4 @@
-// Points of timers, at any change of the clock. What happens at the ends of time stands in
+// Points of timers, at any change of the clock. What happens at the ends of time is in
 // target/AbiTest.cpp.
 #include "mavkit/time/Period.h"
 #include "mavkit/time/BcdTime.h"
@@ -14,7 +14,7 @@ namespace {
 constexpr const char* kOrigin = "2000-01-01";
 constexpr int kUnitSeconds[] = {0, 1, 60, 3600};
 
-// A grid as its definition has it, walked point by point. Its steps below a day are seconds.
+// A grid as it is defined, point by point. Its steps below a day are seconds.
 std::vector<long> Walk(long base, int unit, int n, int back, int forth) {
     std::vector<long> points;
     for (int steps = -back * n; steps <= forth * n; steps += n) {
@@ -27,9 +27,9 @@ std::vector<long> Walk(long base, int unit, int n, int back, int forth) {
     return points;
 }
 
-// Where the grid and the rule are meant to agree. Steps below a day are taken on the wall clock,
-// so close to a change of the clock they are not as long as they are elsewhere; and a step of
-// months from a day that the new month lacks runs on into the one after it.
+// Whether the grid and the rule must agree. Steps below a day are taken on the wall clock, so near
+// a change of the clock they have another length; and a step of months from a day that the new
+// month does not have continues into the month after it.
 bool Agree(long t, int unit, int n) {
     const int reach = unit < Day ? n * kUnitSeconds[unit] + 7200 : 0;
     return FieldsOf(t - reach).tm_isdst == FieldsOf(t + reach).tm_isdst &&
@@ -81,12 +81,12 @@ const struct { unsigned char unit, n; const char* base; int back, forth; } kGrid
     {Month, 3, "02-28 12:30:15", 20, 20},   {Month, 18, kOrigin, 15, 20},
     {Year, 1, "2000-12-31 23:00", 20, 30},  {Year, 4, "03-01 06:00", 5, 3}};
 
-// Where the points are not those that a calendar would have the rule decides.
+// Cases in which the rule decides, because the points are not those of a simple calendar.
 const struct {
     const char *zone, *base; unsigned char unit, n; const char *t, *up, *down;
     unsigned char offsetUnit = 0; unsigned long offset = 0; // of a timer with that base
 } kBounds[] = {
-    // A base on the 31st: its day runs on where the month is shorter.
+    // A base on the 31st: in a shorter month its day continues into the next month.
     {kUtc, "01-31", Month, 1, "02-10", "03-02", "02-02"},
     // A month on from March 31 there is no such day: what follows is a month off the grid.
     {kUtc, "01-01", Month, 3, "03-31", "05-01", "02-01"},
@@ -120,7 +120,7 @@ const struct { unsigned char unit; unsigned short n; const char *a, *b; bool sam
     {Minute, 61, "2000-01-01 00:59", "2000-01-01 01", true},
     {Hour, 25, "2000-01-01 23", "2000-01-02", true}, {Day, 29, "2000-01-29", "2000-01-01", true},
     {Month, 13, "2000-12-01", "2001-01-31", true},   {Year, 256, "2001-01-01", "2037-12-31", true},
-    // In Berlin time 0, which is none, was at 1.
+    // In Berlin the clock showed 01:00 at time 0, which means no time.
     {Day, 30, "1970-01-02", "1970-01-01 01", false},
     {Day, 30, "1970-01-01 01", "1970-01-02", false},
     // The first byte 0xFF marks an unset time.
@@ -203,7 +203,7 @@ TEST(Period, PointsOfAnHourShownTwiceAreInItsFirstPass) {
         EXPECT_EQ(first + 1800, gettimerpoint(first, Day, 1, Minute, 150, false));
         EXPECT_EQ(first + 1800, gettimerpoint(second + 7, Day, 1, Minute, 150, true));
     }
-    // What was found: 45 minutes ago, and an hour late.
+    // Faults that were found: 45 minutes ago, and an hour late.
     const Zone brazil("BRT3BRST,M10.3.0/0,M2.3.0/0");
     EXPECT_EQ(1708225200, gettimerpoint(1708221605, Minute, 15, Minute, 0, false));
     const Zone berlin(kBerlin);
@@ -245,7 +245,7 @@ std::map<long, long> PointsOf(const Timer& timer, long from, long to) {
     }
 }
 
-// Each point of a year fires once, none twice, whatever the clock does. A loop asks for the next
+// Each point of a year fires exactly once, for every change of the clock. A loop asks for the next
 // point after each that has come; one that asks again in between gets the same point.
 TEST(Period, EachPointOfAYearFiresOnce) {
     for (const char* const name : kClocks) {
@@ -269,13 +269,13 @@ TEST(Period, EachPointOfAYearFiresOnce) {
                     }
                     points.erase(due);
                 }
-                // What the clock skips may fall together with what it shows.
+                // A skipped point may fall on the same time as another point.
                 for (const auto& [missed, late] : points)
                     ASSERT_TRUE(timer.unit < Day && late != 0) << Text(missed);
             };
             if (timer.unit >= Day)
                 walk(At("01-01"), At("2025-01-01"));
-            else // elsewhere, all days are the same to them
+            else // on all other days these steps behave in the same way
                 for (const long change : ChangesOfTheYear())
                     walk(change - 2 * 86400, change + 2 * 86400);
         }

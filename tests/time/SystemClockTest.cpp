@@ -23,7 +23,7 @@ TEST(SystemClock, CommandRunsUpTo20380110) {
     static const char* const kStamps[][2] = { // the command's argument; none: refused
         {"24-03-05 06:07:08", "030506072024.08"}, {"00-01-01 00:00:00", "010100002000.00"},
         {"37-12-31 23:59:59", "123123592037.59"}, {"38-01-10 23:59:59", "011023592038.59"},
-        {"0A-FB-CD EF:AB:CD", "fbcdefab200a.CD"}, // untested bytes stay two digits each
+        {"0A-FB-CD EF:AB:CD", "fbcdefab200a.CD"}, // bytes that nobody checked stay two digits each
         {"38-01-11", ""}, {"38-02-01", ""}, {"39-01-01", ""}, {"FF-01-01", ""}};
     // clang-format on
     for (const auto& [time, stamp] : kStamps) {

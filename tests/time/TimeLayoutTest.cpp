@@ -1,5 +1,5 @@
 // Any bytes between any two layouts, and each pair of codes, are checked against the model in
-// fuzz/Times.cpp. Here stand the examples that a reader can check by hand.
+// fuzz/Times.cpp. Here are the examples that a reader can check without a computer.
 #include "mavkit/time/TimeLayout.h"
 #include "time/TimeText.h"
 

@@ -1,4 +1,4 @@
-// Times and records as texts, so that a table of a time test reads as what it says.
+// Times and records as texts, so that the tables of the time tests are easy to read.
 #ifndef MAVKIT_TESTS_TIMETEXT_H
 #define MAVKIT_TESTS_TIMETEXT_H
 

@@ -56,7 +56,7 @@ protected:
         while (lines-- > 0)
             MavTrace(LEVEL_INFO, 0)("t%d\n", next++);
     }
-    // Does what the letters say.
+    // Does what each letter means.
     void Do(const std::string& steps) {
         const std::string path = device.Path(kPath);
         for (const char step : steps)
@@ -110,7 +110,7 @@ protected:
         }
         return runs + "-" + std::to_string(before);
     }
-    // How many lines are shown behind one with a greater number, or twice.
+    // How many lines are shown after one with a greater number, or twice.
     int Twice() {
         std::istringstream lines(Shown());
         int before = -1;
@@ -132,7 +132,7 @@ protected:
 };
 
 TEST_F(FollowTest, ShowsAllThatABackupHoldsAndReportsTheRest) {
-    // What happens while the follower stands still; then one more line is written.
+    // What happens while the follower is stopped; then one more line is written.
     const struct {
         const char* steps;
         const char* lost; // numbers from the first of `steps` on
@@ -140,7 +140,7 @@ TEST_F(FollowTest, ShowsAllThatABackupHoldsAndReportsTheRest) {
     } cases[] = {
         {"w", "", ""},
         {"w/w", "", ""}, // one turn: the backup has what was missed
-        {"w/W", "", ""}, // grown again beyond the place of reading
+        {"w/W", "", ""}, // it has grown again beyond the place of reading
         {"/", "", ""},   // nothing was missed
         {"w/w/w", "0-4",
          "trace.log was rotated too fast: up to 1 turn is lost, of about 150 bytes"},
