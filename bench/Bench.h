@@ -1,7 +1,6 @@
 // How a job enters the benchmark. A job is measured at one size or more, done in several ways on
-// the same data: "ours" (mavkit), "floor" (the bare system or libc calls that the job cannot do
-// without) and peers, called by their names. Their results are compared before anything is
-// measured.
+// the same data: "ours" (mavkit), "floor" (only the system or libc calls that the job needs in any
+// case) and peers, called by their names. Their results are compared before anything is measured.
 //
 // The same jobs run on the host, timed and beside the peers (Main.cpp, peers/), and on the target,
 // where instructions are counted (target/).
@@ -18,8 +17,8 @@
 
 namespace bench {
 
-// A size: what the table prints, and the number of bytes, bits or entries that the cost is
-// compared with to see how it grows (0: nothing grows).
+// A size: the text in the table, and the number of bytes, bits or entries with which the growth of
+// the cost is compared (0: nothing grows).
 struct Size {
     const char* label;
     double units;
@@ -29,14 +28,14 @@ struct Size {
 struct Case {
     std::string name; // its number, job, size, units and way, joined by "|"
     double units;     // of its size
-    bool heavy;       // a single time is long
+    bool heavy;       // a single repetition takes long
     std::function<void()> prepare;
     std::function<void(long)> repeat; // does the job so many times
 };
 
 std::vector<Case>& Cases();
 
-// What each job is to reach on the host, as the table understands it: "floor 1.25", "peer 1.0",
+// The target of each job on the host, in the form that the table reads: "floor 1.25", "peer 1.0",
 // several joined by a blank; "ns 10" is an upper limit in nanoseconds.
 std::map<std::string, std::string>& Targets();
 
@@ -54,7 +53,8 @@ void Same(const char* job, const char* who, const A& a, const B& b) {
 }
 
 // Adds a case: `once` does the job, `prepare` (not measured) comes before a series of them. A
-// `heavy` one is long: it is measured by the clock on the wall, and counted once.
+// `heavy` one takes long: it is measured in real time, and its instructions are counted in a single
+// run.
 template <typename Once, typename Prepare>
 void Add(const char* job, Size size, const char* who, Once once, Prepare prepare,
          bool heavy = false) {
@@ -73,7 +73,7 @@ void Add(const char* job, Size size, const char* who, Once once) {
     Add(job, size, who, once, [] {});
 }
 
-// Hands `value` to a reader that the compiler cannot see through.
+// Passes `value` to a reader that the compiler cannot optimise away.
 template <typename T>
 void Use(const T& value) {
     if constexpr (std::is_scalar_v<T>) {
@@ -86,8 +86,8 @@ void Use(const T& value) {
 // Bytes that look like data, always the same ones.
 std::vector<unsigned char> Noise(std::size_t size);
 
-// Adds all jobs of ours and their floors; with `large`, those sizes as well that take an emulated
-// processor too long.
+// Adds all jobs of ours and their floors; with `large`, also the sizes that take too long on an
+// emulated processor.
 void AddAll(bool large);
 
 // The families, a source file each.

@@ -1,4 +1,4 @@
-// The bit mask. The floor moves as many bytes.
+// The bit mask. The floor only moves the same number of bytes.
 #include "Masks.h"
 
 #include <cstring>
@@ -105,7 +105,7 @@ void AddSet(const MaskRow& row) {
     AddFloor(job, size, text);
 }
 
-// One bit at the far end of a mask: to be found, and to be passed when the end is cut off.
+// One bit at the far end of a mask: it is found; it is cleared, and the zeros are cut off.
 void AddFar(const MaskRow& row) {
     const unsigned int last = static_cast<unsigned int>(row.bits - 1);
     const std::string bytes(row.bits / 8, '\0');

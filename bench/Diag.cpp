@@ -39,8 +39,8 @@ int __wrap_open(const char* path, int flags, mode_t mode) {
     return __real_open(Here(path), flags, mode);
 }
 #if defined(__mips__)
-// What a conversion of a time costs depends on the time, so it stands still where instructions are
-// counted. The system is asked all the same.
+// The cost of converting a time depends on the time, so the clock does not advance when
+// instructions are counted. The system call is made anyway.
 std::time_t __real_time(std::time_t* out);
 std::time_t __wrap_time(std::time_t* out) {
     __real_time(out);
@@ -80,7 +80,7 @@ void bench::SameLine(const Line& line, const char* who, const std::function<void
         write();
         return Content(line.path);
     };
-    // The second may change between the two: then once more.
+    // The second may change between the two lines: then it tries once more.
     for (int tries = 0; once(line.ours) != once(other); ++tries) {
         if (tries == 2) {
             Differ(line.job, who);
@@ -193,7 +193,7 @@ void AddHex() {
         const std::vector<unsigned char> data = bench::Noise(static_cast<std::size_t>(size.units));
         std::string expected;
         GetPrintString(expected, data.data(), static_cast<unsigned>(data.size()), true, 0);
-        // Each appends to a string that keeps its memory from time to time.
+        // Each appends to a string that keeps its memory from one repetition to the next.
         const auto add = [&](const char* who, auto render) {
             std::string text;
             render(text, data);

@@ -45,7 +45,7 @@ void AddHexText(bool large) {
     for (const Size& size : bench::TextSizes(large)) {
         const Bytes data = bench::Noise(static_cast<std::size_t>(size.units) / 2);
         const std::string text = bench::HexOf(data);
-        static ByteString bytes; // keeps its memory from time to time
+        static ByteString bytes; // keeps its memory from one call to the next
         const auto ours = [text] {
             bytes.clear();
             ParseHexStr(text.c_str(), bytes);
@@ -80,7 +80,7 @@ void AddSplit(bool large) {
     }
 }
 
-// The text that the rules of the BCD numbers name, of I integer and D decimal digits.
+// The text in the rules of the BCD numbers, with I integer and D decimal digits.
 int Print(char (&text)[64], double value, int integer, int decimal) {
     return std::snprintf(text, sizeof text, "%*.*f", integer, decimal, value);
 }
@@ -106,7 +106,7 @@ void AddBcd() {
             char text[64];
             texts[at].push_back(std::string(
                 text, static_cast<std::size_t>(Print(text, kValues[i], integer, decimal))));
-            // The record is the end of the text: so ours and the floor do the same.
+            // The record is the end of the text, so that ours and the floor do the same.
             std::string digits(integer + decimal, '0');
             for (const char c : texts[at].back()) {
                 if (c != '.') {
@@ -161,7 +161,7 @@ void AddBcd() {
             bench::Use(text);
         });
     }
-    // No libc call does this one: beside it, the same by 64-bit numbers.
+    // No libc call does this job, so it is compared with the same calculation in 64-bit numbers.
     static char a[] = {0x00, 0x12, 0x34, 0x56, 0x78, 0x10};
     static char b[] = {0x00, 0x02, 0x79, 0x56, 0x79, 0x11};
     const auto binary = [](char* out) {

@@ -1,4 +1,4 @@
-// The trees that are walked and the files that are written, which the peers share.
+// The trees that are walked and the files that are written. The peers use the same ones.
 #ifndef MAVKIT_BENCH_FILES_H
 #define MAVKIT_BENCH_FILES_H
 
@@ -17,14 +17,14 @@ std::vector<TreeRow> TreeRows(bool large);
 // The lengths of files.
 std::vector<Size> FileSizes(bool large);
 
-// Where the tree of a row stands; made by the first call.
+// Where the tree of a row is; made by the first call.
 std::string TreeAt(const TreeRow& row);
 
 // Adds one way to walk a tree; `walk` adds the entries below the root to `found`.
 extern long found;
 void AddWalk(const TreeRow& row, const char* who, const std::function<void()>& walk);
 
-// The file that is copied; made of noise, when it has another length.
+// The file that is copied; made anew, of random bytes, when it has another length.
 const std::string& Source(long bytes);
 
 // The file that is written.

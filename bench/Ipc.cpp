@@ -1,4 +1,5 @@
-// A message through a queue and back, in one process: shown nowhere, and shown in a public file.
+// A message through a queue and back, in one process: without a trace line, and with one in a
+// public file.
 #include "Lines.h"
 #include "Messages.h"
 
@@ -41,7 +42,7 @@ struct PlainQueue {
     ~PlainQueue() { msgctl(id, IPC_RMID, nullptr); }
 };
 
-// A queue that two benchmarks at once do not share.
+// A queue that two benchmarks at the same time do not share.
 struct OurQueue {
     Message message{static_cast<int>(getpid() % 127 + 128)};
     OurQueue() { message.ClearMsg(0); }
@@ -88,7 +89,7 @@ void bench::AddIpc(bool large) {
         Add(row.job, row.size, "ours", send, [] { MavTrace::Setting = &quiet; });
         Add(row.job, row.size, "floor", bare);
     }
-    // What a message takes that is shown, beside the same line ready made.
+    // The cost of a message with a trace line, compared with the same line already formatted.
     for (const MessageRow& row : MessageRows(large)) {
         const unsigned int length = static_cast<unsigned int>(row.size.units);
         const std::string path = TracePath();

@@ -1,4 +1,4 @@
-// The lines that the logs' jobs write: message texts, files and sizes, which the peers share.
+// The lines that the logs' jobs write: message texts, files and sizes. The peers use the same ones.
 #ifndef MAVKIT_BENCH_LINES_H
 #define MAVKIT_BENCH_LINES_H
 
@@ -16,11 +16,12 @@ struct Line {
     std::function<void()> ours;
 };
 
-// Where the file of the trace channel stands here; it is one path for the program's life.
+// Where the file of the trace channel is in the benchmark; the path does not change while the
+// program runs.
 const std::string& TracePath();
 
-// Writes a line by the system calls that it cannot do without; only the trace channel has to know
-// how long its file is (`limited`).
+// Writes a line with only the system calls that are needed in any case; only the trace channel has
+// to know how long its file is (`limited`).
 void WriteLine(const std::string& path, const std::string& line, bool limited);
 
 // The jobs with lines, in the table's order.

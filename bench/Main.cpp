@@ -1,5 +1,5 @@
-// The host's program: Google Benchmark times the cases; with --count, under callgrind, each is run
-// a few times between two dumps of the instruction counts.
+// The host's program: Google Benchmark times the cases; with --count, under callgrind, each case
+// runs a few times between two dumps of the instruction counts.
 #include "Bench.h"
 #include "peers/Peers.h"
 
@@ -42,7 +42,8 @@ void Count(const bench::Case& one) {
 } // namespace
 
 int main(int argc, char** argv) {
-    // A zone with daylight saving, by its name: libc then looks for no file at each call.
+    // A zone with daylight saving, given by its name, so that libc does not look for a file at each
+    // call.
     setenv("TZ", "Europe/Berlin", 1);
     const char* counting =
         argc > 1 && std::strncmp(argv[1], "--count", 7) == 0 ? argv[1] + 7 : nullptr;

@@ -1,4 +1,4 @@
-// The sets of bits that are worked on, which the peers share.
+// The sets of bits for the jobs. The peers use the same ones.
 #ifndef MAVKIT_BENCH_MASKS_H
 #define MAVKIT_BENCH_MASKS_H
 

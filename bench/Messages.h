@@ -1,4 +1,4 @@
-// The messages that all queues carry, which the peers share.
+// The messages that are sent through all queues. The peers use the same ones.
 #ifndef MAVKIT_BENCH_MESSAGES_H
 #define MAVKIT_BENCH_MESSAGES_H
 

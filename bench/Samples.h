@@ -1,4 +1,4 @@
-// The times that the calendar's jobs work on, which the peers share.
+// The times for the jobs of the calendar. The peers use the same ones.
 #ifndef MAVKIT_BENCH_SAMPLES_H
 #define MAVKIT_BENCH_SAMPLES_H
 

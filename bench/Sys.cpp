@@ -76,9 +76,9 @@ namespace {
 using bench::Size;
 using bench::Written;
 
-// What a walk cannot do without: each directory opened and read to its end, and each entry examined
-// at the moment when it is reported. Entries as getdents64 lays them: inode and offset of 8 bytes
-// each, length of 2, type of 1, name.
+// What every walk needs: each directory opened and read to its end, and each entry examined at the
+// moment when it is reported. An entry of getdents64 is: inode and offset of 8 bytes each, length
+// of 2, type of 1, name.
 void ReadTree(int parent, const char* name) {
     const int fd = openat(parent, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     alignas(8) char buffer[32768];
@@ -136,7 +136,7 @@ void WriteBlocks(long bytes) {
     close(fd);
 }
 
-// Adds a way to write a file; `once` is tried first and its file compared, byte by 97th byte.
+// Adds a way to write a file; `once` is tried first, and every 97th byte of its file is compared.
 void AddFile(const char* job, Size size, const char* who, const std::function<void()>& once,
              const std::vector<unsigned char>& expected) {
     unlink(Written().c_str());

@@ -1,4 +1,4 @@
-// The texts that are read, which the peers share.
+// The texts that are read. The peers use the same ones.
 #ifndef MAVKIT_BENCH_TEXTS_H
 #define MAVKIT_BENCH_TEXTS_H
 
@@ -12,7 +12,8 @@ std::vector<Size> TextSizes(bool large);
 // Bytes as upper-case hex digits, two for each and nothing between.
 std::string HexOf(const std::vector<unsigned char>& data);
 
-// `size` characters in fields of 1 to 24, short ones and some that no short string holds.
+// `size` characters in fields of 1 to 24, short ones and some that do not fit the short form of a
+// string.
 std::string FieldsText(std::size_t size);
 
 } // namespace bench

@@ -1,5 +1,5 @@
-// Records and times, units of the calendar, timer points. The floor makes the localtime and mktime
-// calls that the rule of each cannot do without, on the same times.
+// Records and times, units of the calendar, timer points. The floor makes only the localtime and
+// mktime calls that the rule of each needs in any case, on the same times.
 #include "Samples.h"
 
 #include "mavkit/time/BcdTime.h"
@@ -138,7 +138,7 @@ void AddPoints() {
         bench::Use(std::localtime(&base));
         std::tm f = Break(t);
         for (const int add : {t / 3600 % 2 != 0 ? 1 : 0, 2}) {
-            // Up to a multiple, where it is none; to the base's minute and second; past t.
+            // Up to a multiple, if it is not one; to the base's minute and second; past t.
             if (add != 0 && (add == 1 || std::mktime(&f) < t)) {
                 f.tm_hour += add;
                 f.tm_isdst = -1;

@@ -1,8 +1,8 @@
 #!/bin/sh
-# ./run bench: times mavkit, the floor and the peers, turn and turn about, and prints the table.
-# With --count[=TEXT] instructions instead, by callgrind, of the cases whose name holds TEXT; other
-# arguments go to Google Benchmark (--benchmark_filter=...). With --keep the tables and the chart of
-# docs/performance.md are written anew.
+# ./run bench: times mavkit, the floor and the peers, one after the other in rounds, and prints the
+# table. With --count[=TEXT] instructions instead, by callgrind, of the cases whose name contains
+# TEXT; other arguments go to Google Benchmark (--benchmark_filter=...). With --keep the tables and
+# the chart of docs/performance.md are written anew.
 set -eu
 out=build/bench
 case ${1:-} in

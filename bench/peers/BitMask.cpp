@@ -1,4 +1,4 @@
-// The bit mask's jobs by boost::dynamic_bitset and CRoaring.
+// The bit mask's jobs done by boost::dynamic_bitset and CRoaring.
 #include "Masks.h"
 #include "peers/Peers.h"
 

@@ -1,4 +1,4 @@
-// spdlog's lines; hex text by fmt and Abseil.
+// Log lines by spdlog; hex text by fmt and Abseil.
 #include "Lines.h"
 #include "peers/Peers.h"
 

@@ -39,7 +39,7 @@ void AddHexText() {
     for (const Size& size : bench::TextSizes(true)) {
         const Bytes data = bench::Noise(static_cast<std::size_t>(size.units) / 2);
         const std::string text = bench::HexOf(data);
-        static std::string plain; // keeps its memory from time to time
+        static std::string plain; // keeps its memory from one call to the next
         const auto boosted = [text] {
             plain.clear();
             boost::algorithm::unhex(text, std::back_inserter(plain));

@@ -1,5 +1,5 @@
-// The same jobs done by other libraries, of the host alone, a source file a family. Each compares
-// its results with ours.
+// The same jobs done by other libraries, only on the host, with one source file for each family.
+// Each compares its results with ours.
 #ifndef MAVKIT_BENCH_PEERS_PEERS_H
 #define MAVKIT_BENCH_PEERS_PEERS_H
 

@@ -1,4 +1,4 @@
-// The calendar's jobs by cctz and date.
+// The calendar's jobs done by cctz and date.
 #include "Samples.h"
 #include "peers/Peers.h"
 
@@ -21,7 +21,7 @@ using bench::times;
 
 constexpr char kZone[] = "Europe/Berlin";
 
-// cctz, in the shape of our functions.
+// cctz, with the interface of our functions.
 cctz::time_zone zone;
 cctz::civil_second Civil(long t) {
     return cctz::convert(std::chrono::system_clock::from_time_t(t), zone);
@@ -30,7 +30,7 @@ long FromCivil(const cctz::civil_second& c) {
     return std::chrono::system_clock::to_time_t(cctz::convert(c, zone));
 }
 
-// date, likewise.
+// The same for date.
 const date::time_zone* dateZone = nullptr;
 date::local_seconds Local(long t) {
     return dateZone->to_local(date::sys_seconds(std::chrono::seconds(t)));

@@ -1,4 +1,4 @@
-// A program that takes nothing of mavkit but the CRC.
+// A program that uses only the CRC of mavkit.
 #include "mavkit/encoding/Bits.h"
 
 int main(int argc, char** argv) {

@@ -16,10 +16,10 @@ BUILD, CXX = sys.argv[1:3]
 PREFIX = CXX[: -len("g++")]
 ARCHIVE = os.path.join(BUILD, "libmavkit.a")
 KIB = 1024
-# What is counted, and the most that it may be.
+# What is counted, and its limit.
 LIMITS = {"code and constants": 50 * KIB, "data and bss": 4 * KIB, "stripped file": 71 * KIB,
           "static mavutil": 220 * KIB}
-# The sections by what they are to the device: code, constants, tables for exceptions, names for the
+# The sections by their purpose on the device: code, constants, tables for exceptions, names for the
 # loader, data that is written.
 KINDS = {"code": r"\.text|\.init|\.fini|\.MIPS\.stubs", "constants": r"\.rodata|\.data\.rel\.ro",
          "unwinding": r"\.eh_frame|\.gcc_except_table",

@@ -1,5 +1,5 @@
 // The target's program: runs each case between two marks, calls of a system call that fails at
-// once. The emulator's plugin counts what lies between them, and standard output names the cases in
+// once. The emulator's plugin counts what is between them, and standard output names the cases in
 // the same order. With --clock the program prints nanoseconds instead, for a machine whose clock
 // advances by instructions. An argument TEXT chooses the cases with TEXT in their names.
 #include "Bench.h"
@@ -12,7 +12,7 @@
 
 namespace {
 
-// getpriority knows no such kind of process: that is how the plugin recognises a mark.
+// getpriority has no such kind of process: so the plugin recognises a mark.
 constexpr int kMark = 0x4D61726B;
 
 long long Now() {
@@ -21,8 +21,8 @@ long long Now() {
     return now.tv_sec * 1000000000LL + now.tv_nsec;
 }
 
-// What the job takes by the clock, the least of several rounds: ticks of the kernel's timer come in
-// some of them.
+// The time of the job, the least of several rounds: some of them are interrupted by ticks of the
+// kernel's timer.
 void Time(const bench::Case& one, long times) {
     constexpr std::size_t kRounds = 16;
     const long each = times < long{kRounds} ? 1 : times / long{kRounds};
@@ -55,11 +55,11 @@ void Run(const bench::Case& one, bool clock) {
 } // namespace
 
 int main(int argc, char** argv) {
-    // The terminal's libc knows zones by their rules alone.
+    // The terminal's libc knows zones only by their rules.
     setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
     const bool clock = argc > 1 && std::strcmp(argv[1], "--clock") == 0;
     const char* only = argc > (clock ? 2 : 1) ? argv[argc - 1] : "";
-    // What the loop and the marks take by themselves, and what an instruction takes on the clock.
+    // The cost of the loop and the marks alone, and the time of one instruction.
     bench::Add("nothing", {"", 0}, "ours", [] { bench::Use(0); });
     bench::Add("1,000,000 instructions", {"", 0}, "ours", [] {
         int left = 250000;

@@ -1,6 +1,6 @@
 // A plugin of qemu-user that counts the instructions and system calls of a program between its
-// marks, and writes a line with both at every second one. What Debian's package lacks of the
-// plugins' header is declared here.
+// marks, and writes a line with both at the end of each pair of marks. The parts of the plugins'
+// header that Debian's package does not have are declared here.
 #include <stddef.h>
 #include <stdint.h>
 #include <stdio.h>
@@ -25,7 +25,7 @@ static uint64_t instructions;
 static uint64_t calls;
 static int between;
 
-// A block of code runs to its end once it has begun: what could interrupt it is looked at before.
+// A block of code runs to its end once it has begun: interrupts are checked before it.
 static void Executed(unsigned int cpu, void* data) {
     (void)cpu;
     instructions += (uintptr_t)data;

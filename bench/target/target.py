@@ -21,11 +21,11 @@ import chart  # pylint: disable=wrong-import-position
 TOLERANCE = 1.03
 KERNEL_JOBS = ("trace line", "general-log line", "send and receive", "message shown", "tree walked",
                "file copied", "file filled")
-# What a byte is in a job's size: so many units.
+# How many units of a job's size are a byte.
 UNITS = {"hex rendering": 1, "CRC-16, byte by byte": 1, "hex text to bytes": 2,
          "text split into fields": 1, "range of bits set": 8, "one bit found at the end": 8,
          "zeros copied and cut off": 8, "bits counted": 8, "union of bits": 8}
-# The most that a job is to take: instructions for the whole, for a byte, or times the floor's.
+# The limit of a job: instructions for the whole, for a byte, or as a multiple of the floor's.
 AIMS = {"trace message under the threshold": ("whole", 40), "hex rendering": ("byte", 12),
         "bits counted": ("byte", 3.5), "hex text to bytes": ("byte", 12),
         "CRC-16, byte by byte": ("floor", 1)}
@@ -55,7 +55,7 @@ def rows_of(lines):
         times = int(times)
         if nothing is None:
             nothing = instructions / times
-        if not size: # what the numbers are set right by
+        if not size: # used to correct the other numbers
             continue
         row = rows.setdefault((job, size), Row(job, size, float(units)))
         row.instructions[way] = instructions / times - nothing
@@ -67,7 +67,7 @@ def count_user(build, text):
     plugin = build / "count.so"
     subprocess.run(["cc", "-shared", "-fPIC", "-O2", "-o", plugin,
                     PROJECT / "bench/target/count.c"], check=True)
-    # Without an environment: searching it is a part of what is counted.
+    # Without an environment, because searching it would be counted too.
     done = subprocess.run(["qemu-mipsel", "-plugin", plugin, build / "bench/target_bench", *text],
                           env={}, check=False, capture_output=True, text=True)
     names, counts = done.stdout.splitlines(), done.stderr.splitlines()
@@ -164,7 +164,7 @@ def kept(text, name, column):
 
 
 def grown(text, name, rows):
-    """Says which rows have grown against the page; true when some have, or are not there."""
+    """Prints which rows have grown against the page; true when some have, or are missing."""
     old = kept(text, name, "ours")
     bad = False
     for key, row in rows.items():
