@@ -148,7 +148,7 @@ bool MeterRegion::OpenToRead(const char* path) {
 }
 
 bool MeterRegion::Read(MeterTable* table) const {
-    Slot latest;
+    Slot latest = {};
     for (int tries = 0; tries < 100; ++tries, Nap(1))
         if (CopyLatest(region_.base, &latest) >= 0) {
             *table = latest.table;
