@@ -11,7 +11,7 @@ import sys
 DOCS = pathlib.Path(__file__).resolve().parent.parent / "docs"
 PAGE = DOCS / "performance.md"
 ROW, LEFT, PLOT, RIGHT, TOP = 17, 300, 440, 210, 64
-LEAST, MOST = 1 / 64, 64  # of the axis; what lies beyond stands at its end
+LEAST, MOST = 1 / 64, 64  # of the axis; values beyond are drawn at its end
 UNITS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
 FLOOR, PEER, INK, FAINT = "#8a8a8a", "#c2571a", "#1c1c1c", "#dcdcdc"
 

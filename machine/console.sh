@@ -1,5 +1,5 @@
 #!/bin/sh
-# What the emulated terminal does for a person at its console.
+# Prepares the emulated terminal for a person at its console.
 insert_one_card /dev/mmcblk0 sync
 sh /opt/terminal/demo.sh --here /bin
 cat <<'GREETING'

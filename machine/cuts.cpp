@@ -1,13 +1,13 @@
-// What the power cuts of the emulated terminal meet, and what they leave:
+// The program that power cuts of the emulated terminal interrupt, and that checks what they leave:
 //
 //   cuts write NAME      works like a process of the terminal, for ever: reports "NAME done STEP
 //                        NUMBER" after each step and "NAME start STEP NUMBER" before a long one
-//   cuts look TRACE GENERAL REGION COPY
-//                        after the cut: reports what is there of the steps up to those numbers,
-//                        then starts and works like a process again
+//                        cuts look TRACE GENERAL REGION COPY after the cut: reports which of the
+//                        steps up to those numbers are there, then starts and works like a process
+//                        again
 //
-// Every line and every region tells its number in each of its parts, so that half a line, a stale
-// one and another file's bytes are told apart.
+// Every line and every region has its number in each of its parts, so that half a line, an old line
+// and bytes of another file can be recognised.
 #include "mavkit/mavkit.h"
 
 #include <algorithm>
@@ -24,7 +24,7 @@ constexpr char kTraceFile[] = "/mnt/sd/term/common/trace/trace_cuts.log";
 constexpr char kBackup[] = "/mnt/sd/term/common/trace/trace_cuts.log_bak";
 constexpr char kRegion[] = "/mnt/sd/term/common/cuts.shm";
 constexpr char kCopy[] = "/mnt/sd/term/common/cuts.copy";
-constexpr int kRotateAbove = 4000; // bytes: 60 lines, so that rotations are among what is cut
+constexpr int kRotateAbove = 4000; // bytes: 60 lines, so that cuts also hit rotations
 constexpr int kKept = 40;          // lines that the file and its backup have for certain
 
 // The text of line `number`; every part of it depends on the number.
@@ -53,7 +53,7 @@ struct Region {
     }
 };
 
-// The region that a file holds; null when it is missing, short or damaged.
+// The region in a file; null when it is missing, short or damaged.
 bool ReadRegion(std::FILE* file, Region* region) {
     return std::fread(region, sizeof *region, 1, file) == 1 && region->Good();
 }
@@ -112,13 +112,13 @@ int Write(const char* name, ShareMem& region) {
     }
 }
 
-// What stands in the log files of one kind of line.
+// The content of the log files for one kind of line.
 struct Found {
     std::set<int> numbers;
     int torn = 0;
     int foreign = 0;
 
-    // The lines of `path` behind their first `skip` characters.
+    // The lines of `path` after their first `skip` characters.
     void Read(const char* path, const char* step, std::size_t skip) {
         std::FILE* file = std::fopen(path, "r");
         if (file == nullptr)
@@ -134,7 +134,7 @@ struct Found {
             Take(line, step, skip, &last);
             line.clear();
         }
-        // Behind the last line of a backup there are zero bytes, up to its full length.
+        // After the last line of a backup there are zero bytes, up to its full length.
         if (line.find_first_not_of('\0') != std::string::npos)
             Take(line, step, skip, &last);
         std::fclose(file);
@@ -199,7 +199,7 @@ bool Contains(const char* path, const std::string& text) {
     return content.find(text) != std::string::npos;
 }
 
-// Works once more, and checks what it can read back of that. The first new line may stand behind
+// Works once more, and checks that it can read back what it wrote. The first new line may follow
 // half an old one.
 void WorkAgain(ShareMem& region, int number) {
     TraceLine(number);
@@ -214,7 +214,7 @@ void WorkAgain(ShareMem& region, int number) {
 int main(int argc, char** argv) {
     static TraceSetting setting;
     setting.prefixOn = 0;
-    setting.level = LEVEL_ERROR; // none of what the library reports by itself
+    setting.level = LEVEL_ERROR; // without the library's own reports
     setting.traceWay = WAY_PRIVATE;
     setting.maxSize = kRotateAbove;
     std::strcpy(setting.name, "cuts");

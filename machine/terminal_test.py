@@ -1,4 +1,4 @@
-"""What only a machine can show: tests on the emulated terminal.
+"""Tests on the emulated terminal, for behaviour that only a whole machine can show.
 
 Each prints its figures; docs/reliability.md explains them.
 """
@@ -20,7 +20,7 @@ import terminal
 from terminal import Failure, Machine
 
 # The kernel writes back what is 30 s old, and looks every 5 s. Here it is 2 s and 0.5 s, so that a
-# cut after seconds meets on a mount without sync what a cut after a minute meets in the field.
+# cut after seconds finds on a mount without sync what a cut after a minute finds in real use.
 SHORT_WRITE_BACK = """echo 200 >/proc/sys/vm/dirty_expire_centisecs
 echo 50 >/proc/sys/vm/dirty_writeback_centisecs
 """
@@ -185,7 +185,7 @@ def figures(text):
 
 
 def run(image, task, cards=(), files=None, seconds=600, wanted=0):
-    """Runs a task to its end; what it wrote to the console."""
+    """Runs a task to its end. Returns what it wrote to the console."""
     with Machine(image, task, cards, files) as machine:
         status = machine.status(seconds)
         text = machine.console.text.decode(errors="replace")

@@ -1,6 +1,6 @@
 #!/bin/sh
-# check.sh BINDIR: runs the demonstration as a test: whole, without namespaces, on folders with
-# mistakes, interrupted, and two at once; and reads its region at bad moments.
+# check.sh BINDIR: runs the demonstration as a test: complete, without namespaces, on folders with
+# mistakes, interrupted, and two at once; and reads its region at difficult moments.
 set -u
 bin=$1
 here=$(CDPATH='' cd -- "$(dirname -- "$0")" && pwd -P)
@@ -15,7 +15,7 @@ complain() {
     sed 's/^/    /' "$work/out"
     failures=$((failures + 1))
 }
-# await PATTERN FILE: waits for a line of a program that runs beside this, a minute at most.
+# await PATTERN FILE: waits for a line of a program in the background, a minute at most.
 await() {
     tries=0
     until grep -q -e "$1" "$2" 2>/dev/null; do
@@ -79,7 +79,7 @@ for file in terminal.conf day.frames; do # the superuser may read everything but
     demo 1 "$work/no$file" "/$file: cannot be read: No such file"
 done
 
-# Nothing but noise: reported line by line, and a day without a reading is no success.
+# Only damaged frames: each is reported, and a day without a reading is no success.
 folder noise
 {
     sed 's/#/68/' "$here/day.frames" | tr -d '\n'
@@ -89,12 +89,12 @@ demo 1 "$work/noise" 'sent 0, taken 0' 'day.frames:2: wrong length' 'day.frames:
     '^There is no good frame in .*/noise'
 ! grep -q 'shared region\|no region' "$work/out" || complain "noise: a region is shown"
 
-# Interrupted in the middle: both programs end, and nothing stays behind.
+# Interrupted in the middle: both programs end, and nothing is left.
 folder long
 for i in 1 2 3; do cp "$here/day.frames" "$work/long/$i.frames"; done
 interrupted() {
     for signal in QUIT:131 TERM:143; do
-        # A shell starts what runs beside it without the signals of the keyboard.
+        # A shell starts background programs with the signals of the keyboard ignored.
         env --default-signal=QUIT sh "$here/demo.sh" "$bin" "$work/long" >"$work/out" 2>&1 &
         await '  101  ' "$work/out"
         kill -s "${signal%:*}" $! && wait $!
@@ -112,14 +112,14 @@ interrupted() {
 }
 interrupted
 
-# The same where namespaces are not to be had, and the queue is one of the whole machine.
+# The same without namespaces, when the queue belongs to the whole machine.
 printf '#!/bin/sh\nexit 1\n' >"$work/bin/unshare"
 chmod +x "$work/bin/unshare"
 PATH=$work/bin:$PATH
 whole 'No private mounts here'
 [ "$private" -eq 1 ] || echo "no namespaces on this machine: only the plain way was checked"
 interrupted
-# Its key, as ftok makes it: tests that run beside this one have queues too.
+# Its key, as ftok makes it: tests that run at the same time have queues too.
 letter=$(sed -n 's/^queue=\(.\)$/\1/p' "$here/terminal.conf")
 key=$(($(printf '%d' "'$letter") << 24 | ($(stat -c %d /root) & 255) << 16 |
     ($(stat -c %i /root) & 65535)))
@@ -131,7 +131,7 @@ no_queue() { # asked while no other demonstration runs
 }
 no_queue
 
-# Two at once: the second one says that it waits, and both have everything.
+# Two at once: the second one reports that it waits, and both get all readings.
 sh "$here/demo.sh" "$bin" "$here" >"$work/first" 2>&1 &
 await Readings "$work/first"
 whole 'Another demonstration runs on this machine'
@@ -139,11 +139,11 @@ wait $! || complain "the first of two: status $?"
 grep -q '^  sent 27, taken 26,' "$work/first" || complain "the first of two is not whole"
 no_queue
 
-# The region. A reader changes nothing, whatever it finds. (The lock is the one of demo.sh.)
+# The region. A reader never changes anything. (The lock is the one of demo.sh.)
 exec 9</
 flock 9
 region=$work/region
-# shows STATUS PATTERN [REGION]: what `uplink show` says, and the file is as before.
+# shows STATUS PATTERN [REGION]: checks the output of `uplink show`, and that the file is as before.
 shows() {
     cp "${3-$region}" "$work/before" 2>/dev/null
     "$bin/uplink" show "$here" "${3-$region}" >"$work/out" 2>&1
@@ -168,7 +168,7 @@ cp "$here/terminal.conf" "$work/foreign"
     complain "receive uses a foreign file"
 cmp -s "$here/terminal.conf" "$work/foreign" || complain "receive changes a foreign file"
 
-# Beside a writer every look finds a whole table; then the writer is killed in the middle.
+# While a writer works every look finds a whole table; then the writer is killed in the middle.
 printf 'MTR2' >"$region" # a start that was cut short
 shows 1 'not finished'
 receive
@@ -177,11 +177,11 @@ await '  101  ' "$work/received"
 for look in 1 2 3 4; do
     "$bin/uplink" show "$here" "$region" >"$work/out" 2>&1 || complain "look $look beside a writer"
 done
-kill -9 $receiver 2>/dev/null # a slow machine may be at its end by now
+kill -9 $receiver 2>/dev/null # it may have ended by now
 wait
 shows 0 '^The last record, dumped'
-# One damaged slot, whichever: the other one is shown. With both damaged there is no reading, and
-# the next writer starts anew in the same file.
+# With either of the slots damaged the other one is shown. With both damaged there is no reading,
+# and the next writer starts anew in the same file.
 for slot in 0 4096; do
     cp "$region" "$work/damaged"
     printf X | dd of="$work/damaged" bs=1 seek=$((slot + 20)) conv=notrunc 2>/dev/null

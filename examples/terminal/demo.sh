@@ -3,8 +3,8 @@
 # the frames of DIR (this folder's own without one). Exit status 0 when every reading that was sent
 # has arrived and the region with the last ones was found again.
 #
-# Where it may, it runs in namespaces of its own: the terminal's directories are then a tmpfs that
-# only the demonstration sees, and the queue is one that no other process can reach. With --here it
+# Where the system allows it, it runs in namespaces of its own: the terminal's directories are then
+# a tmpfs that only the demonstration sees, and the queue is one that no other process can reach. With --here it
 # uses the terminal's directories as they are: on a terminal. Where the queue is the machine's, two
 # demonstrations run one after the other.
 set -u
@@ -14,7 +14,7 @@ fail() {
     printf 'demo: %s\n' "$*" >&2
     exit 1
 }
-# head_of FILE LINES: the first lines, no longer than a screen is wide, zero bytes left out.
+# head_of FILE LINES: the first lines, cut to the width of a screen, without zero bytes.
 head_of() { tr -d '\000' <"$1" | cut -c1-98 | head -n "$2" | sed 's/^/  /'; }
 
 private=no
@@ -37,7 +37,7 @@ if [ ! -x "$bin/collector" ] || [ ! -x "$bin/uplink" ]; then
 fi
 [ -d /root ] || fail "there is no /root, from which the key of every queue is derived"
 
-# The tmpfs covers /mnt: what stands there cannot be run from it.
+# The tmpfs covers /mnt, so programs there cannot be run.
 terminal='mount -t tmpfs terminal /mnt && mkdir -p /mnt/sdcard/log /mnt/sd/term/common/trace'
 case $bin/:$dir/:$0 in
 *:/mnt/* | /mnt/*) ;;
@@ -67,7 +67,7 @@ finish() {
     [ -z "$scratch" ] || rm -rf -- "$scratch"
     exit $status
 }
-# shellcheck disable=SC3045 # where there is no such limit, there is none to set
+# shellcheck disable=SC3045 # a shell without this limit has none to set
 ulimit -c 0 2>/dev/null # Ctrl-\ leaves no core file either
 trap finish EXIT
 trap 'exit 129' HUP
@@ -75,8 +75,8 @@ trap 'exit 130' INT
 trap 'exit 131' QUIT
 trap 'exit 141' PIPE
 trap 'exit 143' TERM
-# The key of the queue is the same for the whole machine, so the lock is on what the whole machine
-# has. It ends with the last process that has it open, however that ends.
+# The key of the queue is the same for the whole machine, so the lock is on the root
+# directory. It ends with the last process that has it open.
 if [ "$private" != private ] && command -v flock >/dev/null 2>&1; then
     exec 9</
     waited=0

@@ -1,6 +1,6 @@
 /// \file
 /// The general log: one file to which every process of the terminal appends its errors, a line
-/// each, with the time but without levels, settings or rotation. What is informational goes through
+/// each, with the time but without levels, settings or rotation. Informational messages go through
 /// `MavTrace` instead.
 ///
 /// An entry is the stamp, a tab and the caller's text, which carries its own line end:

@@ -28,8 +28,8 @@ unsigned int DigitAt(const unsigned char* data, unsigned int k) {
 }
 
 // Formats a finite value and packs the text from its end, one nibble a character, until all digits
-// are written or the text ends. The decimal point is skipped. A locale may have another one, so
-// whatever is not a digit, a sign or a blank counts as the point.
+// are written or the text ends. The decimal point is skipped. A locale may have another one, so any
+// character that is not a digit, a sign or a blank counts as the point.
 void PackText(double value, unsigned int integerDigits, unsigned int decimalDigits,
               unsigned char* out) {
     char text[kTextSize];

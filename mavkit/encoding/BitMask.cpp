@@ -23,7 +23,7 @@ constexpr Word kAllBits = ~Word{0};
 // 64 bits wide: a mask read from a buffer may have more than 2^32 bits.
 using Position = unsigned long long;
 
-// More digits than this are skipped: the number is beyond every mask already, whatever the base.
+// More digits than this are skipped: the number is beyond every mask already, with any base.
 constexpr long long kHuge = 1LL << 40;
 // The last bit that a text may set.
 constexpr long long kLastTextBit = 8388607;

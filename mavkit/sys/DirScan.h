@@ -1,5 +1,5 @@
 /// \file
-/// Walks a directory tree, depth first, and hands every entry to a callback: to find the files of
+/// Walks a directory tree, depth first, and passes every entry to a callback: to find the files of
 /// some kind, or to delete old ones.
 ///
 ///     bool Prune(int, bool isDirectory, const char*, const char* name, void*) {

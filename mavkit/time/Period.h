@@ -70,7 +70,7 @@ long gettimerpoint(long t, unsigned char unit, unsigned long n, unsigned char of
 ///
 /// A larger step is tested on the grid from the timer origin: fewer than `n` units are counted from
 /// the point at or before `a` to `b`, or the same point is the last one before both. So a record
-/// that stands for a time above 0 always lies in its own period.
+/// that stands for a time above 0 is always in its own period.
 ///
 /// A record whose first byte is 0xFF is an unset time: when `a` alone is unset, any `b` belongs to
 /// its period.

@@ -119,7 +119,7 @@ bool IsOwn(const char* path) {
 }
 
 // The path to use in place of `path`; `buffer` gives it room. A path of the terminal without a
-// stand-in, or a change outside of it, ends the test before it touches anything of the machine.
+// stand-in, or a change outside of it, ends the test before it changes anything on the machine.
 const char* Mapped(const char* path, std::string& buffer, bool changes = false) {
     const FaultsPaused pause;
     if (path == nullptr)

@@ -134,7 +134,7 @@ void LayoutExchange(fuzz::Input in) {
     fuzz::Bytes out, inPlace, wanted = bytes;
     wanted.resize(std::max(source.size(), target.size()), 0xEE);
     time_t now;
-    do { // until the clock stands still in between
+    do { // until the clock does not change in between
         now = time(nullptr);
         out.assign(target.size(), 0xEE);
         inPlace = wanted;

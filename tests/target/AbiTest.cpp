@@ -60,7 +60,7 @@ TEST(Abi, SumsAndBoundsEndWithLong) {
         EXPECT_EQ(t, dateadd(unit, -1, kEnd));
         EXPECT_EQ(past, dateadd(unit, 1, t + 1));
         EXPECT_EQ(1, datediff(unit, t, kEnd));
-        // A grid with a point at the end, and one whose next point is a second behind it.
+        // A grid with a point at the end, and one whose next point is a second after it.
         EXPECT_EQ(kEnd, upboundtime(t + 1, t, unit, 1));
         EXPECT_EQ(kEnd, downboundtime(kEnd, t, unit, 1));
         if (unit != Second) {
