@@ -290,37 +290,36 @@ Status Watch(const Arguments& arguments) {
 }
 
 constexpr Operation kHexOperations[] = {
-    {"", "", "[FILE [OFFSET [LENGTH]]]", 0, 3, "rows of 16 bytes: where, hex, as text", Hex},
+    {"", "", "[FILE [OFFSET [LENGTH]]]", 0, 3, "rows of 16 bytes: offset, hex, text", Hex},
 };
 constexpr Operation kCrcOperations[] = {
-    {"", "", "[FILE...]", 0, kAnyNumber, "two lines a file: NAME CRC BYTES FILE", Crc},
+    {"", "", "[FILE...]", 0, kAnyNumber, "two lines per file: NAME CRC BYTES FILE", Crc},
 };
 constexpr Operation kScanOperations[] = {
-    {"", "j", "[PATH [DEPTH]]", 0, 2, "a line an entry, BYTES PATH; the total", Scan},
+    {"", "j", "[PATH [DEPTH]]", 0, 2, "BYTES PATH for each entry; the total", Scan},
 };
 constexpr Operation kShmOperations[] = {
     {"show", "", "FILE [OFFSET [LENGTH]]", 1, 3, "rows of 16 bytes, as hex shows them", Hex},
-    {"watch", "", "FILE [MS [OFFSET [LENGTH]]]", 1, 4, "what changes: TIME WHERE OLD -> NEW",
+    {"watch", "", "FILE [MS [OFFSET [LENGTH]]]", 1, 4, "what changes: TIME OFFSET OLD -> NEW",
      Watch},
 };
 
 } // namespace
 
-const Verb kHex = {
-    "hex", "a file or standard input in hex", kHexOperations,
-    R"(Rows like the one before are left out behind a *. Without FILE, or for -, reads
-standard input as it comes. OFFSET and LENGTH are in bytes, also with 0x in hex.
+const Verb kHex = {"hex", "a file or standard input in hex", kHexOperations,
+                   R"(A * stands for rows that are equal to the one before. Without FILE, or for -,
+reads standard input as it arrives. OFFSET and LENGTH: bytes; 0x for hex.
   mavutil hex /mnt/sdcard/meters.shm 0x40 32
 )"};
 
 const Verb kCrc = {"crc", "both CRC-16 of files or standard input", kCrcOperations,
-                   R"(A file that cannot be read is reported, and the others are done.
+                   R"(A file that cannot be read is reported, and the others are still read.
   mavutil crc /mnt/sdcard/*.shm | awk '/3740/ { print $2, $4 }'
 )"};
 
 const Verb kScan = {"scan", "a directory tree with sizes", kScanOperations,
-                    R"(All below PATH, down to DEPTH levels: 0 its own entries alone. Links are not
-followed. What cannot be read is named on standard error, and counted.
+                    R"(Shows all below PATH, or down to DEPTH levels (0: its own entries). Links are
+not followed. What cannot be read is reported on standard error and counted.
   mavutil scan /mnt/sdcard | sort -rn | head
 )"};
 

@@ -288,8 +288,8 @@ Status Show(const Arguments& arguments) {
 }
 
 constexpr Operation kOperations[] = {
-    {"show", "nsg", "[LOG...]", 0, kAnyNumber, "the lines of all logs, by their times", Show},
-    {"follow", "g", "[LOG...]", 0, kAnyNumber, "lines as they come, until Ctrl-C", Follow},
+    {"show", "nsg", "[LOG...]", 0, kAnyNumber, "the lines of all logs, ordered by time", Show},
+    {"follow", "g", "[LOG...]", 0, kAnyNumber, "new lines as they arrive, until Ctrl-C", Follow},
 };
 
 } // namespace
@@ -327,10 +327,10 @@ std::vector<std::string> FindLogs(const Arguments& arguments, bool quietly, Stat
 const Verb kTrace = {
     "trace", "the general log and the trace files: show them, follow them", kOperations,
     R"(LOG is a log, or a directory of *.log; without any, the general log and all of
-/mnt/sd/term/common/trace. A log is shown behind its backup, NAME.log_bak.
--g keeps the lines that hold TEXT as it stands, --since those from TIME on (see
-mavutil help time), -n the last N of all. Lines without a time go with the one
-before them. follow reports what a rotation took away before it was read.
+/mnt/sd/term/common/trace. A backup, NAME.log_bak, is shown before its log.
+-g keeps the lines that contain exactly TEXT, --since those from TIME on (see
+mavutil help time), -n the last N of all. A line without a time belongs to the
+one before it. follow reports what a rotation removed before it was read.
   mavutil trace show -n 20 -g 'send succeed'
 )"};
 

@@ -247,23 +247,23 @@ Status Remove(const Arguments& arguments) {
 }
 
 constexpr Operation kOperations[] = {
-    {"list", "j", "", 0, 0, "a line for every flag with a queue", List},
-    {"peek", "j", "FLAG", 1, 1, "the messages, none taken: TYPE BYTES HEX", Peek},
+    {"list", "j", "", 0, 0, "one line for each flag with a queue", List},
+    {"peek", "j", "FLAG", 1, 1, "shows all, takes none: TYPE BYTES HEX", Peek},
     {"recv", "", "FLAG [SELECTOR]", 1, 2, "takes a message, prints it like peek", Receive},
     {"send", "", "FLAG TYPE HEX...", 3, kAnyNumber, "sends one; a full queue drops older ones",
      Send},
-    {"clear", "", "FLAG [SELECTOR]", 1, 2, "drops the messages it selects", Clear},
+    {"clear", "", "FLAG [SELECTOR]", 1, 2, "drops the selected messages", Clear},
     {"remove", "", "FLAG", 1, 1, "removes the queue, for all processes", Remove},
-    {"watch", "", "[FLAG|all [MS]]", 0, 2, "lines of list that change, to Ctrl-C", Watch},
+    {"watch", "", "[FLAG|all [MS]]", 0, 2, "lines of list that change, until Ctrl-C", Watch},
 };
 
 } // namespace
 
 const Verb kQueue = {
     "queue", "message queues between processes: list, look, send, take", kOperations,
-    R"(FLAG is one character (M) or a number (77, 0x4D, 0x07). SELECTOR: 0 all of them,
-T type T, -T types 1 to T, lowest first. sndr, rcvr: the processes that sent and
-received last. watch looks every MS (500) milliseconds.
+    R"(FLAG is one character (M) or a number (77, 0x4D, 0x07). SELECTOR: 0 selects all
+messages, T those of type T, -T those of types 1 to T, the lowest first. sndr,
+rcvr: the last sender and receiver. watch looks every MS (500) milliseconds.
   mavutil queue peek M | cut -d' ' -f3- | mavutil record
 )"};
 

@@ -292,19 +292,19 @@ constexpr Operation kTimeOperations[] = {
     {"decode", "j", "LAYOUT HEX...", 2, kAnyNumber, "the time of a record, or it is invalid",
      Decode},
     {"encode", "j", "LAYOUT [TIME]", 1, 2, "the record of a time", Encode},
-    {"add", "j", "TIME N UNIT", 3, 3, "N units later; earlier for N below 0", Add},
-    {"trim", "j", "TIME UNIT", 2, 2, "where the unit of the time began", Trim},
-    {"diff", "j", "FROM TO UNIT", 3, 3, "how many units begin between them", Diff},
-    {"next", "j", "N UNIT [OFFSET UNIT [COUNT [TIME]]]", 2, 6, "points of a timer", Next},
+    {"add", "j", "TIME N UNIT", 3, 3, "N units later, or earlier if N < 0", Add},
+    {"trim", "j", "TIME UNIT", 2, 2, "the start of the unit that TIME is in", Trim},
+    {"diff", "j", "FROM TO UNIT", 3, 3, "how many units begin between the times", Diff},
+    {"next", "j", "N UNIT [OFFSET UNIT [COUNT [TIME]]]", 2, 6, "the next points of a timer", Next},
 };
 constexpr Operation kMaskOperations[] = {
-    {"bytes", "", "LIST...", 1, kAnyNumber, "what the lists name, as a mask is stored", MaskBytes},
-    {"text", "", "HEX...", 1, kAnyNumber, "the list of such a mask", MaskText},
-    {"union", "", "LIST...", 1, kAnyNumber, "one list of all that the lists name", MaskUnion},
-    {"count", "", "LIST...", 1, kAnyNumber, "how many bits that is", MaskCount},
+    {"bytes", "", "LIST...", 1, kAnyNumber, "the numbers of all lists, as a mask", MaskBytes},
+    {"text", "", "HEX...", 1, kAnyNumber, "the list of a stored mask", MaskText},
+    {"union", "", "LIST...", 1, kAnyNumber, "one list of the numbers of all lists", MaskUnion},
+    {"count", "", "LIST...", 1, kAnyNumber, "how many numbers the lists have", MaskCount},
 };
 constexpr Operation kRecordOperations[] = {
-    {"", "j", "[HEX...]", 0, kAnyNumber, "what records hold; else those of input", Records},
+    {"", "j", "[HEX...]", 0, kAnyNumber, "shows records, from HEX or the input", Records},
 };
 
 } // namespace
@@ -336,23 +336,24 @@ const Verb kTime = {
     R"(TIME is 2024-03-05[T06:07[:08]], 06:07[:08] today, @SECONDS since 1970, or now.
 UNIT is second, minute, hour, day, month or year. The points of a timer lie N
 units apart, from 2000-01-01 00:00:00 plus OFFSET on; COUNT (5) of them.
-LAYOUT is 0xEF: E the last field, F the first, of 1 second, 2 minute, 3 hour,
-4 day, 5 month, 6 year, 7 century; 0x80 more with a weekday, 00 Sunday, between
-hour and day: 0xE1 08 07 06 02 05 03 24. What a record lacks is today's, now's.
+LAYOUT is 0xEF: F is the first field, E the last: 1 second, 2 minute, 3 hour,
+4 day, 5 month, 6 year, 7 century. Add 0x80 for a weekday (00 is Sunday) between
+hour and day: 0xE1 08 07 06 02 05 03 24. Missing fields are those of now.
   mavutil time next 1 day 8 hours 3
 )"};
 
 const Verb kMask = {
     "mask", "bit masks: text to bytes and back, union, count", kMaskOperations,
-    R"(LIST is numbers and ranges. Stored: 4 bytes of length, then bits, highest first.
+    R"(LIST is numbers and ranges. A stored mask has 4 bytes of length, then the bits,
+the highest bit of each byte first.
   mavutil mask bytes 0-2,5,9-10
 )"};
 
-const Verb kRecord = {
-    "record", "IPC records from hex: fields, age, whether in force", kRecordOperations,
-    R"(A record is 8 numbers of 4 bytes, lowest first (first, second, type, creation,
-lifetime, lengths of three byte strings), and these. On standard input each line
-holds one or more. Status 0: all are in force.
+const Verb kRecord = {"record", "IPC records from hex: fields, age, whether in force",
+                      kRecordOperations,
+                      R"(A record has 8 numbers of 4 bytes, lowest byte first (first, second, type,
+creation, lifetime, lengths of three byte strings), then the strings. A line of
+standard input has one or more records. Status 0: all are in force.
   mavutil queue peek M | cut -d' ' -f3- | mavutil record | grep in-force
 )"};
 

@@ -33,7 +33,7 @@ using mavutil::Verb;
 Status Help(const Arguments& arguments);
 
 constexpr Operation kHelpOperations[] = {
-    {"", "", "[VERB]", 0, 1, "the verbs; what VERB does", Help},
+    {"", "", "[VERB]", 0, 1, "lists the verbs, or describes VERB", Help},
 };
 constexpr Verb kHelp = {
     "help", "this text; mavutil help VERB describes a verb", kHelpOperations,
