@@ -4,9 +4,9 @@
 # has arrived and the region with the last ones was found again.
 #
 # Where the system allows it, it runs in namespaces of its own: the terminal's directories are then
-# a tmpfs that only the demonstration sees, and the queue is one that no other process can reach. With --here it
-# uses the terminal's directories as they are: on a terminal. Where the queue is the machine's, two
-# demonstrations run one after the other.
+# a tmpfs that only the demonstration sees, and the queue is one that no other process can reach.
+# With --here it uses the terminal's directories as they are: on a terminal. Where the queue is the
+# machine's, two demonstrations run one after the other.
 set -u
 
 say() { printf '\n%s\n' "$*"; }
