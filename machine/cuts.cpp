@@ -53,7 +53,7 @@ struct Region {
     }
 };
 
-// The region in a file; null when it is missing, short or damaged.
+// Reads the region in a file; returns false when it is short or damaged.
 bool ReadRegion(std::FILE* file, Region* region) {
     return std::fread(region, sizeof *region, 1, file) == 1 && region->Good();
 }
