@@ -30,7 +30,7 @@ refused() {
     fi
 }
 
-# In a prefix of its own, with a plain lib; then to a place that the installation never heard of.
+# In a prefix of its own, with a plain lib; then moved to a place that it does not know.
 quietly cmake --preset library -B "$build" -DCMAKE_INSTALL_LIBDIR=lib
 quietly cmake --build "$build"
 quietly cmake --install "$build" --prefix "$work/first"
@@ -82,7 +82,7 @@ with_cmake static
 check CMake "$work/static" static
 with_cmake shared -DBUILD_SHARED_LIBS=ON
 check CMake "$work/shared" shared
-# A component counts for more than BUILD_SHARED_LIBS.
+# A component has precedence over BUILD_SHARED_LIBS.
 with_cmake component -DBUILD_SHARED_LIBS=ON -DKIND=static
 check "CMake by component" "$work/component" static
 refused cmake -S "$source" -B "$work/none" -G Ninja -DKIND=dynamic

@@ -17,7 +17,7 @@ fi
 target=$3
 mkdir -p "$build/corpus/$target"
 status=0
-# In CI a change is judged by a search that others can repeat; elsewhere each search is a new one.
+# In CI the search is one that others can repeat; elsewhere each search is a new one.
 "$build/tests/fuzz/$target" -max_total_time="$seconds" ${CI:+-seed=1} -timeout=30 -max_len=512 \
     -print_final_stats=1 -artifact_prefix="$corpus/$target/" \
     "$build/corpus/$target" "$corpus/$target" >"$build/$target.log" 2>&1 || status=1

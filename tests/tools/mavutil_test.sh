@@ -73,7 +73,7 @@ until_there() {
 as=
 cd "$work" && ./mavutil help >/dev/null || exit 1
 
-# Without the rights of a superuser, where that can be had: for what is another user's.
+# Without the rights of a superuser, where that is possible: for files and queues of another user.
 lesser=none
 if [ "$(id -u)" -ne 0 ]; then
     lesser=
@@ -146,7 +146,7 @@ if command -v bash >/dev/null; then
     done
 fi
 
-# Time. 0x97 and 0xE1 hold a weekday, 0x93 one without a date.
+# Time. 0x97 and 0xE1 have a weekday, 0x93 has one without a date.
 t 0 '2024-03-05 06:07:08 Tue 1709615228' time decode 0x17 20 24 03 05 06 07 08
 t 0 '2024-03-05 06:07:08 Tue 1709615228' time decode 0x61 0807 06050324
 t 0 '2024-03-05 06:07:08 Tue 1709615228' time decode 0xE1 08 07 06 02 05 03 24
@@ -249,7 +249,7 @@ t 0 '*{"path":"*/tree/l","type":"link","bytes":1}*' scan --json tree
 t 1 'mavutil: nine: Not a directory' scan nine
 t 1 'mavutil: none: No such file or directory' scan none
 
-# What cannot be written is seen by every verb; a reader that has gone ends one without an end.
+# Every verb notices output that cannot be written; when its reader has gone, an endless verb ends.
 mkdir logs && echo x >logs/x.log
 for words in help 'queue -h' --version 'trace show logs' 'time trim now day' 'mask count 1' \
     'hex /dev/urandom' 'crc zeros' 'scan tree' 'shm show zeros' \
