@@ -3,8 +3,8 @@
 # builds and runs programs against what was packed. For this machine that is Debian packages and a
 # tarball, for the target (built as PRESET says) a tarball.
 #
-# CMake says what goes into a package. It is packed here once more, in sorted order, with the date
-# of the release on every file and with the same permissions for every umask: the same sources
+# CMake decides what a package contains. This script packs it again, in sorted order, with the date
+# of the release on every file and with the same permissions for every umask: so the same sources
 # always give the same bytes.
 set -eu
 umask 022
@@ -37,7 +37,7 @@ trap 'rm -rf -- "$scratch"' EXIT
 
 case $kind/$preset in
 host/)
-    # What Debian builds its own packages with. CMake has no flags of the preprocessor.
+    # The flags of Debian's own packages. CMake has no separate flags for the preprocessor.
     export DEB_BUILD_MAINT_OPTIONS=hardening=+bindnow
     compile="$(dpkg-buildflags --get CPPFLAGS) $(dpkg-buildflags --get CXXFLAGS)"
     link=$(dpkg-buildflags --get LDFLAGS)
@@ -67,7 +67,7 @@ strip=$(cached CMAKE_STRIP)
 triple=$(basename "$cxx" -g++)
 [ "$kind" = target ] || triple=$(dpkg-architecture -q DEB_HOST_MULTIARCH)
 
-# strip_tree TREE: as Debian strips its packages.
+# strip_tree TREE: strips as Debian does for its packages.
 strip_tree() {
     find "$1" -name '*.a' -exec "$strip" --strip-debug --remove-section=.comment \
         --enable-deterministic-archives {} +
@@ -93,7 +93,7 @@ tar -C "$scratch" --sort=name --owner=0 --group=0 --numeric-owner --mtime="@$SOU
 
 cd "$scratch" # the programs leave files behind
 # try LIBDIR WORD...: builds programs with the flags that pkg-config finds in LIBDIR, wherever that
-# is, and runs them behind the words.
+# is, and runs them with the words in front of the command.
 try() {
     libdir=$1
     shift
@@ -158,7 +158,7 @@ for deb in "$build"/packed/*.deb; do
     cp "$scratch/changelog.gz" "$tree/usr/share/doc/$package/"
     find "$tree/usr/share" -path '*/man/*' -type f ! -name '*.gz' -exec gzip -9n {} +
     if [ -f "$tree/DEBIAN/shlibs" ]; then
-        # Debian's trigger brings the dynamic linker's cache up to date, instead of scripts.
+        # A trigger updates the dynamic linker's cache, so no maintainer script is needed.
         rm "$tree/DEBIAN/postinst" "$tree/DEBIAN/postrm"
         echo "activate-noawait ldconfig" >"$tree/DEBIAN/triggers"
         (cd "$tree" && mkdir debian && echo "Source: mavkit" >debian/control &&
@@ -180,7 +180,7 @@ say "Checking the packages"
 quietly lintian --allow-root --fail-on error,warning \
     "$out"/*_"$architecture.deb"
 
-# The scratch system has no libc6, and need not be one of this machine's kind.
+# The scratch system has no libc6, and its architecture may be another one than this machine's.
 system=$scratch/system
 admin=$system/var/lib/dpkg
 mkdir -p "$admin/info" "$admin/updates"

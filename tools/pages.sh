@@ -3,8 +3,8 @@
 # examples of docs/mavutil.md from what mavutil prints, and compares them with those that are there.
 # --update writes them.
 #
-# In the page, the block behind <!-- help: VERB --> is that verb's help; the commands of a block
-# behind <!-- run --> are run, one after the other, in an empty directory in UTC.
+# In the page, the block after <!-- help: VERB --> is that verb's help; the commands of a block
+# after <!-- run --> are run, one after the other, in an empty directory in UTC.
 set -eu
 mavutil=$(CDPATH='' cd -- "$(dirname -- "$1")" && pwd -P)/${1##*/}
 update=${2-}
