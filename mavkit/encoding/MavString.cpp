@@ -164,7 +164,7 @@ int ParseHexStr(const char* text, ByteString& bytes) {
         // one by one. A digit consumes the next character, digit or not; others are skipped.
         const unsigned char* const pause = end - next > 64 ? next + 64 : end;
         while (next < pause) {
-            const int alone = kHexValues.low[*next];
+            const signed char alone = kHexValues.low[*next];
             if (alone < 0) {
                 ++next;
                 continue;
