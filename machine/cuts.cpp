@@ -1,10 +1,10 @@
 // The program that power cuts of the emulated terminal interrupt, and that checks what they leave:
 //
-//   cuts write NAME      works like a process of the terminal, for ever: reports "NAME done STEP
-//                        NUMBER" after each step and "NAME start STEP NUMBER" before a long one
-//                        cuts look TRACE GENERAL REGION COPY after the cut: reports which of the
-//                        steps up to those numbers are there, then starts and works like a process
-//                        again
+// `cuts write NAME` works like a process of the terminal, for ever. It reports "NAME done STEP
+// NUMBER" after each step and "NAME start STEP NUMBER" before a long one.
+//
+// `cuts look TRACE GENERAL REGION COPY` runs after the cut. It reports which of the steps up to
+// those numbers are there, then starts and works like a process again.
 //
 // Every line and every region has its number in each of its parts, so that half a line, an old line
 // and bytes of another file can be recognised.
