@@ -17,6 +17,10 @@ set_option() {
 install_libc() {
     tar -C "$work" -xf /usr/src/uClibc-ng-1.0.*.tar.xz
     cd "$work"/uClibc-ng-1.0.*/
+    # Since Linux 5.1 msgctl() and its relatives have system calls of their own on MIPS. They refuse
+    # the flag that uClibc adds for the old one, so no queue could be removed or looked at.
+    sed -i 's/^#ifndef __ARCH_HAS_DEPRECATED_SYSCALLS__$/#if defined __NR_msgctl/' \
+        libc/misc/sysvipc/ipc.h
     quietly make ARCH=mips defconfig
     # Without LDSO_CACHE_SUPPORT: in user-mode emulation the loader would read the host's cache.
     for option in ARCH_BIG_ENDIAN ARCH_WANTS_BIG_ENDIAN HAS_NO_THREADS HARDWIRED_ABSPATH \
