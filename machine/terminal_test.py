@@ -223,12 +223,15 @@ for name in coreutils toybox wrapper; do try $name /opt/$name; done
 """
     text = run(image, task, files=files)
     times = re.findall(r"^(?:now|kernel) (\S+ \S+)\r$", text, re.MULTILINE)
+    expect("times shown", 8, len(times))
     for i, wanted in enumerate(("2024-03-05 06:07:0", "2037-06-30 23:59:5")):
         for time_shown in times[2 * i:2 * i + 2]:
             expect("the time", wanted, time_shown[:len(wanted)])
         print(f"Set_SysTime: the clock is at {wanted}x")
-    for name, result, shown in re.findall(r"date of (\w+)\r\n(?:.*\n)*?result (\S+)\r\nnow (.*)\r",
-                                          text):
+    tries = re.findall(r"date of (\w+)\r\n(?:.*\n)*?result (\S+)\r\nnow (.*)\r", text)
+    expect("commands tried", ["BusyBox", "coreutils", "toybox", "wrapper"],
+           [name for name, _, _ in tries])
+    for name, result, shown in tries:
         moved = shown.startswith("2024-03-05 06:07:0")
         print(f"Set_SYS_HWClock with the date of {name}: the clock is {'' if moved else 'not '}set")
         expect("the result", "0", result)

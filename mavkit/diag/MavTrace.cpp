@@ -10,6 +10,7 @@
 #include "mavkit/time/BcdTime.h"
 
 #include <atomic>
+#include <cerrno>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdlib>
@@ -159,6 +160,7 @@ void WritePlain(std::FILE* file, std::string_view prefix, std::string_view text)
 // null.
 void Write(MavTrace& trace, const TraceSetting& setting, std::string_view text, const char* format,
            std::va_list* args) {
+    const int error = errno; // for "%m"
     RestoreBuiltIn();
     const unsigned int takers = Takers(setting, trace.level, trace.flags);
     if (takers == 0)
@@ -178,6 +180,7 @@ void Write(MavTrace& trace, const TraceSetting& setting, std::string_view text, 
         if ((takers >> channel & 1U) == 0)
             continue;
         std::FILE* file = Open(channel, setting.*kChannels[channel].way, name, setting.maxSize);
+        errno = error;
         if (file == nullptr)
             continue;
         if (file != stdout)

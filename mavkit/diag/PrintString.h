@@ -10,7 +10,7 @@
 /// and a blank, with a line feed after every 36th byte; otherwise each byte is one character,
 /// unchanged, zero bytes included. A `maxLen` other than 0 limits the rendering to that many bytes,
 /// and "......" follows when this cut the block short. A length of 0, or null data, appends
-/// nothing.
+/// nothing. The data is not part of `out`, whose characters move when it grows.
 void GetPrintString(std::string& out, const void* data, unsigned int length, bool asHex,
                     unsigned int maxLen);
 

@@ -62,9 +62,9 @@ __attribute__((format(printf, 4, 0))) inline void WriteLogEntry(std::FILE* file,
     errno = error;
     if (text != nullptr && length >= 0) {
         if (text != entry) {
+            // Shorter now where the text behind an argument has changed meanwhile.
             const int copied = std::vsnprintf(text + headLength, size, format, again);
-            if (copied < length) // the text behind an argument has changed meanwhile
-                length = copied < 0 ? 0 : copied;
+            length = copied < 0 ? 0 : copied < length ? copied : length;
         }
         std::memcpy(text, head, headLength);
         std::fwrite(text, 1, headLength + static_cast<std::size_t>(length), file);
@@ -78,6 +78,7 @@ __attribute__((format(printf, 4, 0))) inline void WriteLogEntry(std::FILE* file,
 }
 
 inline void Trace::operator()(const char* format, ...) const {
+    const int error = errno; // for "%m"
     va_list args;
     va_start(args, format);
     if (std::FILE* file = std::fopen(path, "a+")) {
@@ -93,9 +94,11 @@ inline void Trace::operator()(const char* format, ...) const {
                 to += 3;
             }
         }
+        errno = error;
         WriteLogEntry(file, stamp, sizeof stamp - 1, format, args);
         std::fclose(file);
     } else {
+        errno = error;
         std::vprintf(format, args);
     }
     va_end(args);

@@ -47,9 +47,10 @@ public:
 
     /// Reads a flat record from the `length` bytes at `buffer`; more bytes after the record are
     /// ignored. The numbers replace the present ones. The byte strings, zero bytes included, are
-    /// appended to the present ones: read into a fresh record, or clear the strings first. When
-    /// memory for the strings runs out (`std::bad_alloc`), the numbers have been replaced and no
-    /// string has been changed.
+    /// appended to the present ones: read into a fresh record, or clear the strings first. The
+    /// buffer is not part of one of them, as their bytes move when they grow. When memory for the
+    /// strings runs out (`std::bad_alloc`), the numbers have been replaced and no string has been
+    /// changed.
     /// \return 32 plus the lengths of the three strings as they are then: for a fresh record the
     ///         bytes consumed (at most 4294967295, which stands for any larger sum); 0, and nothing
     ///         changed, when the buffer is null or shorter than 32 bytes; 0, the numbers replaced

@@ -6,6 +6,7 @@
 #include "time/TimeText.h"
 
 #include <climits>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 
@@ -24,6 +25,12 @@ TEST(Abi, IsTheOneThatWasAskedFor) {
                               ", off_t " + bits(sizeof(off_t)));
 }
 #endif
+
+TEST(Abi, TheLibraryHasTheVersionOfItsHeaders) {
+    int parts[3] = {};
+    EXPECT_EQ(3, std::sscanf(mavkit_version(), "%d.%d.%d", &parts[0], &parts[1], &parts[2]));
+    EXPECT_EQ(MAVKIT_VERSION, parts[0] * 10000 + parts[1] * 100 + parts[2]);
+}
 
 TEST(Abi, RecordsReachTheEndsOfLong) {
     // clang-format off

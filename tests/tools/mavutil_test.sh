@@ -297,6 +297,11 @@ t 0 'b.log: 12-31 23:59:59	b1' \
     trace show -n1 -gb1 --since=2023-12-31T23:59:59 traces/a.log traces/b.log
 t 0 'kor(12-31 23:59:58):a1
 more of a1*' trace show traces/a.log_bak
+# A damaged stamp is no turn of the year.
+mkdir damaged
+printf '11-20 00:00:00\td1\n99-99 99:99:99\td2\n11-20 00:00:01\td3\n' >damaged/d.log
+touch -d '2026-11-20 00:00:01' damaged/d.log
+t 0 '*d1*d2*d3' trace show --since 2026-11-20T00:00:00 damaged/d.log
 t 0 'x' trace show logs
 t 1 'mavutil: no such line' trace show -g ERROR traces
 t 1 'mavutil: none.log: No such file or directory

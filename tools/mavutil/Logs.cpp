@@ -83,7 +83,9 @@ long long StampOf(const std::string& line) {
         if (*form == '0')
             stamp = stamp * 10 + (c - '0');
     }
-    return stamp;
+    // A damaged line may have any digits, which must not look like a turn of the year.
+    const long long month = stamp / (kYear / 100);
+    return month >= 1 && month <= 12 ? stamp : -1;
 }
 
 // Finds the years of stamps that come one after the other: the year turns where the stamps go back

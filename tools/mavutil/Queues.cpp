@@ -152,7 +152,8 @@ Status Send(const Arguments& arguments) {
     const ByteString bytes = BytesOf(arguments.words + 2);
     // For a message that can never be queued the library would empty the queue before it gives up.
     msginfo limits = {};
-    msgctl(0, IPC_INFO, reinterpret_cast<msqid_ds*>(&limits));
+    if (msgctl(0, IPC_INFO, reinterpret_cast<msqid_ds*>(&limits)) == -1)
+        Quit(kBad, "the limits of queues: %s", std::strerror(errno));
     const int most = std::min(limits.msgmax, limits.msgmnb);
     if (bytes.empty() || bytes.size() > static_cast<std::size_t>(most))
         Quit(kBad, "a message has 1 to %d bytes, not %zu", most, bytes.size());
@@ -190,6 +191,8 @@ std::unique_ptr<long[]> RoomFor(int id, std::size_t* length) {
 // tried on a new queue, with two flags that exclude each other only in a kernel that knows both.
 bool CanCopy() {
     const int own = msgget(IPC_PRIVATE, 0600);
+    if (own == -1)
+        Quit(kFailed, "no queue to try with: %s", std::strerror(errno));
     long message[2];
     msgrcv(own, message, 0, 0, IPC_NOWAIT | kCopy | MSG_EXCEPT);
     const bool known = errno == EINVAL;
