@@ -48,7 +48,7 @@ std::size_t CountCharacter(const char* text, const char* end, char wanted) {
     std::size_t count = 0;
     for (; static_cast<std::size_t>(end - text) >= kWordBytes; text += kWordBytes) {
         const Word word = mavkit::LoadWord(text) ^ pattern;
-        // The top bit of each byte becomes 1 where the byte is 0; no sum carries into the next byte.
+        // The top bit of each byte becomes 1 where the byte is 0. No sum carries into the next one.
         const Word zeros = ~((((word & kLow) + kLow) | word) | kLow);
         count += (zeros >> 7) * kOnes >> (kWordBytes - 1) * CHAR_BIT;
     }

@@ -125,10 +125,9 @@ void MoveUp(const LocalTime& base, unsigned char unit, unsigned long n, Point* x
     const long t = x->t;
     if (const unsigned long units = UnitsUp(base, unit, n, *x)) {
         x->t = -1;
-        if (!mavkit::AddToFields(unit, Signed(units), &x->fields))
-            return;
         // A day that the new month does not have continues into the next one.
-        if (unit >= Month && x->fields.tm_mday > 28 && mavkit::SetFromFields(x) == -1)
+        if (!mavkit::AddToFields(unit, Signed(units), &x->fields) ||
+            (unit >= Month && x->fields.tm_mday > 28 && mavkit::SetFromFields(x) == -1))
             return;
     }
     TakeFinerFields(base, unit, &x->fields);

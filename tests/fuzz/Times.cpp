@@ -60,12 +60,10 @@ void Calendar(fuzz::Input in) {
     const bool fits = t > 0 && model::Wall(t) != kFar;
 
     const long sum = dateadd(unit, n, t);
-    if (t <= 0 || n == 0)
+    if (t <= 0 || n == 0 || unit < Second || unit > Year)
         CHECK(sum == t);
     else if (!fits)
         CHECK(sum == -1);
-    else if (unit < Second || unit > Year)
-        CHECK(sum == t);
     else
         CHECK(zone.Reads(sum, model::Moved(model::Wall(t), unit, n)));
 
