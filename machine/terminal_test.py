@@ -200,6 +200,49 @@ def card(image, name="test-card.img", **options):
     return path
 
 
+def test_suite(image, _):
+    """The suite, on the terminal's kernel and libc."""
+    tests = terminal.PROJECT / "tests"
+    programs = sorted(path.relative_to(image.build) for path in image.build.glob("tests/**/*_test")
+                      if path.is_file())
+    expect("test programs are built", True, len(programs) > 5)
+    files = {f"opt/tests/{path.name}": image.stripped(str(path)) for path in programs}
+    # What the programs read has the path that it had where they were compiled.
+    for path in [tests / "faults/outcomes.txt", *tests.glob("fuzz/corpus/*/*")]:
+        files[str(path)] = path.read_bytes()
+    # A test that starts mavutil does it as where it was compiled, by the emulator of programs; here
+    # that name starts the program itself.
+    files["bin/qemu-mipsel"] = '#!/bin/sh\nshift 2\nexec "$@"\n'
+    files[str(image.build / "tools/mavutil")] = image.stripped("tools/mavutil")
+    files["opt/tests/mavutil_test.sh"] = (tests / "tools/mavutil_test.sh").read_bytes()
+    task = """cd /tmp
+check() { # NAME COMMAND...
+    name=$1
+    shift
+    "$@" >/tmp/out 2>&1
+    status=$?
+    echo "suite $name $status $(sed -n 's/^\\[  PASSED  \\] \\([0-9]*\\) test.*/\\1/p' /tmp/out)"
+    [ $status = 0 ] || grep -v '^\\[ *\\(OK\\|RUN\\|---*\\) *\\]' /tmp/out | tail -n 60
+}
+for program in /opt/tests/*_test; do check ${program##*/} $program; done
+check mavutil sh /opt/tests/mavutil_test.sh /bin/mavutil
+"""
+    total = 0
+    failed = []
+    with Machine(image, task, files=files) as machine:
+        for _ in range(len(programs) + 1):
+            match = machine.wait_for(r"\nsuite (\S+) (\d+) (\d*)\r", 600)
+            name, status, passed = (part.decode() for part in match.groups())
+            total += int(passed or 1)
+            failed += [name] if status != "0" else []
+            print(f"{name}: {passed or 1} passed, status {status}", flush=True)
+        machine.status()
+        text = machine.console.text.decode(errors="replace")
+    print(f"{total} tests in {len(programs)} programs and a script")
+    if failed:
+        raise Failure(f"failed: {' '.join(failed)}\n{text}")
+
+
 def test_clock(image, _):
     """The clock is set: by Set_SysTime, and by Set_SYS_HWClock with the `date` of the terminal."""
     # A shell that, unlike BusyBox's, has no `date` of its own.
@@ -383,8 +426,8 @@ def run_tests(image, options):
     return 1 if failed else 0
 
 
-TESTS = {test.__name__: test for test in (test_clock, test_ttys, test_card, test_memory,
-                                          test_cuts)}
+TESTS = {test.__name__: test for test in (test_suite, test_clock, test_ttys, test_card,
+                                          test_memory, test_cuts)}
 
 if __name__ == "__main__":
     sys.exit(main())

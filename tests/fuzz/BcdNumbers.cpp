@@ -80,8 +80,8 @@ void BcdNumbers(fuzz::Input in) {
     out.assign((digits + 1) / 2, 0xEE);
     CHECK(DoubleToBCD(value, i, d, out.data()) == 0);
     const int more = digits % 2 == 0 ? 0 : digits < 16 ? 1 : -1;
-    CHECK(i == integers + (more > 0 || integers > 0 ? more : 0) &&
-          i + d == integers + decimals + more);
+    CHECK(i == integers + (more > 0 || integers > 0 ? more : 0));
+    CHECK(i + d == integers + decimals + more);
     out.resize((i + d) / 2U);
     CHECK(out == Pack(std::fabs(value) < 0.0001 ? 0 : std::fabs(value), i, d));
 }

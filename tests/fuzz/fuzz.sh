@@ -27,7 +27,7 @@ stat() {
 printf '%-15s %10s executions %8s/s %5s inputs  %s\n' "$target" \
     "$(stat number_of_executed_units)" "$(stat average_exec_per_sec)" \
     "$(find "$build/corpus/$target" -type f | wc -l)" \
-    "$([ $status -eq 0 ] && echo holds || echo BROKEN)"
+    "$([ $status -eq 0 ] && echo passed || echo BROKEN)"
 if [ $status -ne 0 ]; then
     # The property, or what the sanitizer says, and the input.
     grep -E '^[^ ]+:[0-9]+: |^input of|: runtime error|ERROR: |Test unit written' \

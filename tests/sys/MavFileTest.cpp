@@ -16,7 +16,7 @@ namespace {
 class MavFileTest : public TerminalTest {
 protected:
     // What went to standard output, the lines of assertions without their numbers.
-    std::string Told() {
+    std::string Reported() {
         return std::regex_replace(out.Take(), std::regex("line=[0-9]+"), "line=#");
     }
 
@@ -27,15 +27,15 @@ TEST_F(MavFileTest, DescriptorOpenEmptiesSynchronisesAndWarns) {
     const std::string path = device.Path("/mnt/f");
     for (const int expected : {8, 9, 63, 64}) {
         const TakenUpTo taken(expected);
-        std::string told;
+        std::string reported;
         if (expected > 8)
-            told = "ZEPFile: open file " + path + " success. WARNING fd(" +
-                   std::to_string(expected) + ") is greater than 8\n";
+            reported = "ZEPFile: open file " + path + " success. WARNING fd(" +
+                       std::to_string(expected) + ") is greater than 8\n";
         if (expected > 63)
-            told += report + "fd<64\n";
+            reported += report + "fd<64\n";
         device.Write("/mnt/f", "old");
         EXPECT_EQ(expected, MavFile::OpenFile(path.c_str(), false));
-        EXPECT_EQ(told, Told());
+        EXPECT_EQ(reported, Reported());
         EXPECT_EQ("", device.Read("/mnt/f"));
         EXPECT_EQ(O_RDWR | O_SYNC, fcntl(expected, F_GETFL) & (O_ACCMODE | O_SYNC));
         close(expected);
@@ -52,19 +52,19 @@ TEST_F(MavFileTest, ReportsAFullTableOfFiles) {
     const std::string warning = "ZEPFile: open file /mnt/f failure. errno==ENFILE\n";
     Device::Fail("open", ENFILE);
     EXPECT_EQ(-1, MavFile::OpenFile("/mnt/f", false));
-    EXPECT_EQ(report + "false\n" + warning, Told());
+    EXPECT_EQ(report + "false\n" + warning, Reported());
     setting.level = LEVEL_WARN; // the level of the warnings
     Device::Fail("fopen", ENFILE);
     EXPECT_EQ(nullptr, MavFile::OpenFile("/mnt/f", "r"));
-    EXPECT_EQ(report + "false\n" + warning, Told());
+    EXPECT_EQ(report + "false\n" + warning, Reported());
     setting.level = LEVEL_ERROR;
     Device::Fail("fopen", ENFILE);
     EXPECT_EQ(nullptr, MavFile::OpenFile("/mnt/f", "r"));
-    EXPECT_EQ(report + "false\n", Told());
+    EXPECT_EQ(report + "false\n", Reported());
     EXPECT_EQ(nullptr, MavFile::OpenFile("/mnt/missing", "r"));
     EXPECT_EQ(nullptr, MavFile::OpenFile("/mnt/f", nullptr));
     EXPECT_EQ(nullptr, MavFile::OpenFile(nullptr, "r"));
-    EXPECT_EQ("", Told());
+    EXPECT_EQ("", Reported());
     // A failure of the warning itself does not hide the reason.
     setting.level = LEVEL_WARN;
     setting.traceWay = WAY_PUBLIC;
