@@ -8,6 +8,7 @@
 //
 // Every line and every region has its number in each of its parts, so that half a line, an old line
 // and bytes of another file can be recognised.
+#include "Contains.h"
 #include "mavkit/mavkit.h"
 
 #include <algorithm>
@@ -187,16 +188,6 @@ void Look(int trace, int general, int region, int copy) {
         std::printf("%s %s\n", path == kRegion ? "region" : "copy", state);
     }
     std::fflush(stdout);
-}
-
-bool Contains(const char* path, const std::string& text) {
-    std::string content;
-    if (std::FILE* file = std::fopen(path, "r")) {
-        for (int c; (c = std::getc(file)) != EOF;)
-            content += static_cast<char>(c);
-        std::fclose(file);
-    }
-    return content.find(text) != std::string::npos;
 }
 
 // Works once more, and checks that it can read back what it wrote. The first new line may follow

@@ -4,6 +4,7 @@
 //   probe work                   every way to the card: which of them work now
 //   probe trace SECONDS          traces and logs ten times a second
 //   probe ttys                   the six pseudo-terminals
+#include "Contains.h"
 #include "mavkit/mavkit.h"
 
 #include <algorithm>
@@ -34,16 +35,6 @@ int SetClock(int (*set)(char*), const char* digits) {
     long now = static_cast<long>(std::time(nullptr));
     std::printf("now %s\n", timestr(&now));
     return 0;
-}
-
-bool Contains(const char* path, const std::string& text) {
-    std::string content;
-    if (std::FILE* file = std::fopen(path, "r")) {
-        for (int c; (c = std::getc(file)) != EOF;)
-            content += static_cast<char>(c);
-        std::fclose(file);
-    }
-    return content.find(text) != std::string::npos;
 }
 
 bool FillRegion(std::FILE* file, void*) {

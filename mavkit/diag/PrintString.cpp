@@ -1,6 +1,7 @@
 #include "mavkit/diag/PrintString.h"
 
 #include "mavkit/encoding/HexDigits.h"
+#include "mavkit/encoding/Word.h"
 #include "mavkit/time/DateText.h"
 
 #include <cstddef>
@@ -31,12 +32,6 @@ constexpr Groups MakeGroups() {
 
 constexpr Groups kGroups = MakeGroups();
 
-// A word at any address, aligned or not: two instructions on the target. (A std::memcpy of four
-// bytes becomes a call there when the library is built for size.)
-struct __attribute__((packed, may_alias)) LooseWord {
-    std::uint32_t value;
-};
-
 } // namespace
 
 void GetPrintString(std::string& out, const void* data, unsigned int length, bool asHex,
@@ -61,7 +56,8 @@ void GetPrintString(std::string& out, const void* data, unsigned int length, boo
             const std::size_t left = static_cast<std::size_t>(end - bytes);
             const unsigned char* lineEnd = left < kLineBytes ? end : bytes + kLineBytes;
             do {
-                reinterpret_cast<LooseWord*>(to)->value = kGroups.words[*bytes++];
+                reinterpret_cast<mavkit::Loose<std::uint32_t>*>(to)->value =
+                    kGroups.words[*bytes++];
                 to += 3;
             } while (bytes != lineEnd);
             if (left >= kLineBytes)
