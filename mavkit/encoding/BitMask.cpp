@@ -185,7 +185,8 @@ unsigned int BitMask::EnableCount() const {
     Position total = 0;
     while (left != 0) {
         Word counts = 0;
-        const unsigned char* const end = next + std::min(left / kRound, std::size_t{10}) * kRound;
+        const unsigned char* const end =
+            next + (left >= 10 * kRound ? 10 * kRound : left / kRound * kRound);
         left -= static_cast<std::size_t>(end - next);
         for (; next != end; next += kRound)
             counts += SumOfHalves(CountInHalves(LoadWord(next)) +

@@ -148,7 +148,7 @@ int ParseHexStr(const char* text, ByteString& bytes) {
     unsigned char* out = first;
     while (next < end) {
         // Four pairs in a round, as long as all characters are digits.
-        for (; end - next >= 8; next += 8, out += 4) {
+        for (std::ptrdiff_t rounds = (end - next) / 8; rounds != 0; --rounds) {
             const int a = ReadPair(next);
             const int b = ReadPair(next + 2);
             const int c = ReadPair(next + 4);
@@ -159,6 +159,8 @@ int ParseHexStr(const char* text, ByteString& bytes) {
             out[1] = static_cast<unsigned char>(b);
             out[2] = static_cast<unsigned char>(c);
             out[3] = static_cast<unsigned char>(d);
+            next += 8;
+            out += 4;
         }
         // One character that is not a digit is likely to be followed by more: the next 64 are read
         // one by one. A digit consumes the next character, digit or not; others are skipped.
