@@ -198,7 +198,7 @@ def main():
     text = [options.text] if options.text else []
     user = count_user(options.build, text)
     both = {key: row for key, row in count_with_kernel(options.build, options.kernel, text).items()
-            if row.job.startswith(KERNEL_JOBS)}
+            if key in user and row.job.startswith(KERNEL_JOBS)}
     tables = {"target": (user, user_table(user)), "kernel": (both, kernel_table(both, user))}
     page = chart.PAGE.read_text(encoding="utf-8")
     bad = False
