@@ -1,39 +1,38 @@
 #include "mavkit/diag/MavTrace.h"
 
-#include "mavkit/diag/ExportWay.h"
 #include "mavkit/diag/IsTraced.h"
 #include "mavkit/diag/Trace.h"
 #include "mavkit/diag/TraceText.h"
 #include "mavkit/encoding/HexDigits.h"
-#include "mavkit/sys/MavFile.h"
-#include "mavkit/sys/OpenTerminal.h"
+#include "mavkit/sys/OpenReported.h"
 #include "mavkit/time/BcdTime.h"
 
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstddef>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <initializer_list>
 #include <string_view>
 #include <unistd.h>
 
 namespace {
 
-using mavkit::ExportWay;
-
 constexpr std::size_t kPathSize = 100;
 constexpr std::size_t kBackupSize = 1000500;
+constexpr std::size_t kRoom = 4096; // for a message on the stack
+constexpr int kAppend = O_RDWR | O_CREAT | O_APPEND;
+constexpr int kStdout = -2; // in the place of a descriptor
 
-// The channels by number: the beginning of their files' paths, and where their way is set.
+// The channels by number: how their files' names begin, and where their way is set.
 constexpr struct {
-    char path[32];
+    char word[6];
     unsigned char TraceSetting::*way;
-} kChannels[] = {{"/mnt/sd/term/common/trace/trace", &TraceSetting::traceWay},
-                 {"/mnt/sd/term/common/trace/data", &TraceSetting::dataWay},
-                 {"/mnt/sd/term/common/trace/sche", &TraceSetting::scheWay}};
+} kChannels[] = {{"trace", &TraceSetting::traceWay},
+                 {"data", &TraceSetting::dataWay},
+                 {"sche", &TraceSetting::scheWay}};
 constexpr unsigned char kChannelCount = sizeof kChannels / sizeof kChannels[0];
 
 constexpr TraceSetting BuiltIn() {
@@ -67,93 +66,172 @@ unsigned int Takers(const TraceSetting& setting, int level, unsigned int flags) 
     return (level <= setting.level ? 1U : 0U) | (flags & 3U) << 1;
 }
 
-// Joins `parts` to a path of less than `size` characters; returns false when they are longer: a
-// shortened path would name another file.
-bool Join(char* path, std::size_t size, std::initializer_list<std::string_view> parts) {
-    for (const std::string_view part : parts) {
-        if (part.size() >= size)
-            return false;
-        std::memcpy(path, part.data(), part.size());
-        path += part.size();
-        size -= part.size();
+// Those of the channels `takers` whose way opens something.
+unsigned int Routed(const TraceSetting& setting, unsigned int takers) {
+    for (unsigned char channel = 0; channel < kChannelCount; ++channel) {
+        const unsigned char way = setting.*kChannels[channel].way;
+        if (way == WAY_NONE || way > WAY_TTYP5)
+            takers &= ~(1U << channel);
     }
-    *path = '\0';
-    return true;
+    return takers;
 }
 
-// Moves the content of the export file `path`, open as `file`, into its backup and returns the
-// emptied file; null when that cannot be opened. `file` is closed, or returned when there is no
-// memory.
-std::FILE* Rotate(std::FILE* file, const char* path) {
+// Formats a text that has only the conversions %s, %d and %u, as most have: libc takes several times
+// as long on the target. Returns the end of the text, where there is still room for a terminator;
+// null for any other conversion, a null string, or a text for which there is no room before `end`.
+char* FormatPlain(char* to, const char* end, const char* format, std::va_list args) {
+    for (; *format != '\0'; ++format) {
+        if (*format != '%') {
+            *to++ = *format;
+            if (to == end)
+                return nullptr;
+            continue;
+        }
+        ++format;
+        const char* piece;
+        std::size_t length;
+        char digits[11]; // of a number and its sign
+        if (*format == 's') {
+            piece = va_arg(args, const char*);
+            if (piece == nullptr)
+                return nullptr;
+            length = std::strlen(piece);
+        } else if (*format == 'd' || *format == 'u') {
+            // An unsigned number is of the same size, and read as a signed one.
+            const int number = va_arg(args, int);
+            const bool negative = number < 0 && *format == 'd';
+            unsigned int rest = static_cast<unsigned int>(number);
+            if (negative)
+                rest = 0 - rest;
+            char* first = digits + sizeof digits;
+            do
+                *--first = static_cast<char>('0' + rest % 10);
+            while ((rest /= 10) != 0);
+            if (negative)
+                *--first = '-';
+            piece = first;
+            length = static_cast<std::size_t>(digits + sizeof digits - first);
+        } else {
+            return nullptr;
+        }
+        if (length >= static_cast<std::size_t>(end - to))
+            return nullptr;
+        std::memcpy(to, piece, length);
+        to += length;
+    }
+    return to;
+}
+
+// Makes a path; returns false when it is too long: a shortened one would name another file.
+__attribute__((format(printf, 3, 4))) bool MakePath(char* path, std::size_t size,
+                                                    const char* format, ...) {
+    std::va_list args;
+    va_start(args, format);
+    char* const end = FormatPlain(path, path + size, format, args);
+    va_end(args);
+    if (end != nullptr)
+        *end = '\0';
+    return end != nullptr;
+}
+
+// Moves the content of the export file `path`, open as `fd`, into its backup and returns the emptied
+// file; -1 when that cannot be opened. `fd` is closed, or returned when there is no memory.
+int Rotate(int fd, const char* path) {
     // A megabyte, allocated only while a rotation runs.
-    void* content = std::calloc(1, kBackupSize);
+    char* const content = static_cast<char*>(std::calloc(1, kBackupSize));
     if (content == nullptr)
-        return file;
-    std::rewind(file);
-    [[maybe_unused]] const std::size_t length = std::fread(content, 1, kBackupSize, file);
-    std::fclose(file);
-    file = MavFile::OpenFile(path, "w+");
-    // Other processes append to the emptied file at once; a stream that wrote at its own offset
-    // would write over their lines.
-    if (file != nullptr)
-        fcntl(fileno(file), F_SETFL, O_APPEND);
+        return fd;
+    ssize_t count = 0;
+    for (std::size_t at = 0; at < kBackupSize; at += static_cast<std::size_t>(count)) {
+        count = pread(fd, content + at, kBackupSize - at, static_cast<off_t>(at));
+        if (count <= 0)
+            break;
+    }
+    close(fd);
+    fd = mavkit::OpenReported(path, kAppend | O_TRUNC);
     char backupPath[kPathSize + 4];
-    Join(backupPath, sizeof backupPath, {path, "_bak"});
-    if (std::FILE* backup = MavFile::OpenFile(backupPath, "w+")) {
-        std::setvbuf(backup, nullptr, _IONBF, 0); // so that a failed write is seen at once
-        const bool whole = std::fwrite(content, kBackupSize, 1, backup) == 1;
+    MakePath(backupPath, sizeof backupPath, "%s_bak", path);
+    const int backup = mavkit::OpenReported(backupPath, O_RDWR | O_CREAT | O_TRUNC);
+    if (backup != -1) {
+        const bool whole = mavkit::WriteAll(backup, content, kBackupSize);
         // An incomplete backup would leave no room on a full card for later messages.
-        if (std::fclose(backup) != 0 || !whole)
+        if (close(backup) != 0 || !whole)
             std::remove(backupPath);
     }
     std::free(content);
-    return file;
+    return fd;
 }
 
-std::FILE* Open(unsigned char channel, unsigned char way, std::string_view name, long maxSize) {
-    const ExportWay& exportWay = mavkit::FindWay(way);
-    switch (exportWay.kind) {
-    case ExportWay::None:
-        return nullptr;
-    case ExportWay::Stdout:
-        return stdout;
-    case ExportWay::Terminal:
-        return mavkit::OpenTerminal(exportWay.terminal);
-    case ExportWay::SharedFile:
-    case ExportWay::OwnFile:
-        break;
-    }
-    const bool own = exportWay.kind == ExportWay::OwnFile;
+// Opens what a message of a channel goes to: returns a descriptor, kStdout, or -1 for nothing.
+int Open(unsigned char channel, unsigned char way, const char* name, long maxSize) {
     char path[kPathSize];
-    if (channel >= kChannelCount ||
-        !Join(path, sizeof path,
-              {kChannels[channel].path, own ? "_" : "", own ? name : "", ".log"}))
-        return nullptr;
-    std::FILE* file = MavFile::OpenFile(path, "a+");
-    if (file == nullptr)
-        return nullptr;
-    // lseek reports the size in one call; on an untouched stream it is the same as fseek and ftell.
-    const off_t size = lseek(fileno(file), 0, SEEK_END);
-    return size != static_cast<off_t>(-1) && size > maxSize ? Rotate(file, path) : file;
+    if (way == WAY_STDOUT)
+        return kStdout;
+    if (way >= WAY_TTYP0 && way <= WAY_TTYP5) {
+        MakePath(path, sizeof path, "/dev/pts/%d", way - WAY_TTYP0);
+        // It never becomes the controlling terminal, whose end would kill the process, and a write
+        // never waits for a reader: text that the terminal has no room for is dropped.
+        return mavkit::OpenReported(path, O_RDWR | O_NOCTTY | O_NONBLOCK);
+    }
+    const bool own = way == WAY_PRIVATE;
+    if ((way != WAY_PUBLIC && !own) || channel >= kChannelCount ||
+        !MakePath(path, sizeof path, "/mnt/sd/term/common/trace/%s%s%s.log",
+                  kChannels[channel].word, own ? "_" : "", own ? name : ""))
+        return -1;
+    const int fd = mavkit::OpenReported(path, kAppend);
+    if (fd == -1)
+        return -1;
+    const off_t size = lseek(fd, 0, SEEK_END);
+    return size != static_cast<off_t>(-1) && size > maxSize ? Rotate(fd, path) : fd;
 }
 
-// Writes a prefix and a text to `file`: in one write, unless there is no memory for a long text.
-void WritePlain(std::FILE* file, std::string_view prefix, std::string_view text) {
-    if (!prefix.empty()) {
-        const std::size_t length = prefix.size() + text.size();
-        char room[4096];
-        char* joined = length <= sizeof room ? room : static_cast<char*>(std::malloc(length));
-        if (joined != nullptr) {
-            std::memcpy(joined, prefix.data(), prefix.size());
-            std::memcpy(joined + prefix.size(), text.data(), text.size());
-            std::fwrite(joined, 1, length, file);
-            if (joined != room)
-                std::free(joined);
-            return;
-        }
-        std::fwrite(prefix.data(), 1, prefix.size(), file);
+void Put(int fd, std::string_view text) {
+    if (fd == kStdout)
+        std::fwrite(text.data(), 1, text.size(), stdout);
+    else
+        mavkit::WriteAll(fd, text.data(), text.size());
+}
+
+// Appends a text to the `*length` characters with which `room` begins. Returns all of them in one
+// piece, in `room` or in allocated memory; null when there is no memory for it.
+char* Append(char (&room)[kRoom], std::size_t* length, std::string_view text) {
+    const std::size_t whole = *length + text.size();
+    char* const joined = whole <= kRoom ? room : static_cast<char*>(std::malloc(whole));
+    if (joined != nullptr) {
+        if (joined != room)
+            std::memcpy(joined, room, *length);
+        std::memcpy(joined + *length, text.data(), text.size());
+        *length = whole;
     }
-    std::fwrite(text.data(), 1, text.size(), file);
+    return joined;
+}
+
+// The same for `format` with its arguments.
+char* AppendFormatted(char (&room)[kRoom], std::size_t* length, const char* format,
+                      std::va_list args) {
+    std::va_list copy;
+    va_copy(copy, args);
+    const char* const end = FormatPlain(room + *length, room + kRoom, format, copy);
+    va_end(copy);
+    if (end == nullptr)
+        return mavkit::FormatBehind(room, kRoom, length, format, args);
+    *length = static_cast<std::size_t>(end - room);
+    return room;
+}
+
+// Writes a text that cannot be made in one piece: `format` with `args`, or `text` when `args` is null.
+void PutPieces(int fd, std::string_view text, const char* format, std::va_list* args) {
+    if (args == nullptr) {
+        Put(fd, text);
+        return;
+    }
+    std::va_list copy; // one message may go to all three channels
+    va_copy(copy, *args);
+    if (fd == kStdout)
+        std::vprintf(format, copy);
+    else
+        vdprintf(fd, format, copy);
+    va_end(copy);
 }
 
 // Writes a message to the channels that take it: `format` with `args`, or `text` when `args` is
@@ -162,43 +240,54 @@ void Write(MavTrace& trace, const TraceSetting& setting, std::string_view text, 
            std::va_list* args) {
     const int error = errno; // for "%m"
     RestoreBuiltIn();
-    const unsigned int takers = Takers(setting, trace.level, trace.flags);
+    const unsigned int takers = Routed(setting, Takers(setting, trace.level, trace.flags));
     if (takers == 0)
         return;
-    // The record's name may lack its terminator.
-    const std::string_view name(setting.name, strnlen(setting.name, sizeof setting.name));
-    char prefix[sizeof "kor(03-05 06:07:08):"];
-    *prefix = '\0';
+    char name[sizeof setting.name + 1] = {}; // the record's may lack its terminator
+    std::memcpy(name, setting.name, sizeof setting.name);
+    char room[kRoom];
+    std::size_t prefix = 0;
     if (setting.prefixOn != 0 && !trace.printed) {
         char now[7];
         Get_CurBCDTime7(now);
-        const std::size_t tag = std::strlen(MavTrace::Prefix);
-        std::memcpy(prefix, MavTrace::Prefix, tag);
-        mavkit::FillHex("(#-# #:#:#):", now + 2, prefix + tag);
+        prefix = std::strlen(MavTrace::Prefix);
+        std::memcpy(room, MavTrace::Prefix, prefix);
+        mavkit::FillHex("(#-# #:#:#):", now + 2, room + prefix);
+        prefix += sizeof "(03-05 06:07:08):" - 1;
+    }
+    std::size_t length = prefix;
+    char* message;
+    if (args == nullptr) {
+        message = Append(room, &length, text);
+    } else {
+        std::va_list copy;
+        va_copy(copy, *args);
+        errno = error;
+        message = AppendFormatted(room, &length, format, copy);
+        va_end(copy);
     }
     for (unsigned char channel = 0; channel < kChannelCount; ++channel) {
         if ((takers >> channel & 1U) == 0)
             continue;
-        std::FILE* file = Open(channel, setting.*kChannels[channel].way, name, setting.maxSize);
-        errno = error;
-        if (file == nullptr)
+        const int fd = Open(channel, setting.*kChannels[channel].way, name, setting.maxSize);
+        if (fd == -1)
             continue;
-        if (file != stdout)
-            std::setvbuf(file, nullptr, _IONBF, 0);
-        if (args == nullptr) {
-            WritePlain(file, prefix, text);
+        // The prefix is for the first channel only.
+        const std::size_t from = trace.printed ? prefix : 0;
+        if (message != nullptr) {
+            Put(fd, {message + from, length - from});
         } else {
-            std::va_list copy; // one message may go to all three
-            va_copy(copy, *args);
-            WriteLogEntry(file, prefix, std::strlen(prefix), format, copy);
-            va_end(copy);
+            errno = error;
+            Put(fd, {room + from, prefix - from});
+            PutPieces(fd, text, format, args);
         }
-        if (*prefix != '\0')
+        if (prefix != 0)
             trace.printed = true;
-        *prefix = '\0'; // for the first channel only
-        if (file != stdout)
-            std::fclose(file);
+        if (fd != kStdout)
+            close(fd);
     }
+    if (message != room)
+        std::free(message);
 }
 
 } // namespace
@@ -206,12 +295,7 @@ void Write(MavTrace& trace, const TraceSetting& setting, std::string_view text, 
 bool mavkit::IsTraced(int level, unsigned int flags) {
     RestoreBuiltIn();
     const TraceSetting& setting = ActiveSetting();
-    const unsigned int takers = Takers(setting, level, flags);
-    for (unsigned char channel = 0; channel < kChannelCount; ++channel)
-        if ((takers >> channel & 1U) != 0 &&
-            FindWay(setting.*kChannels[channel].way).kind != ExportWay::None)
-            return true;
-    return false;
+    return Routed(setting, Takers(setting, level, flags)) != 0;
 }
 
 void mavkit::TraceText(MavTrace& trace, std::string_view text) {
@@ -231,7 +315,15 @@ const TraceSetting& MavTrace::GetSetting() const {
 
 std::FILE* MavTrace::GetExportFile(unsigned char channel, unsigned char way, const char* name,
                                    long maxSize) const {
-    return Open(channel, way, name != nullptr ? name : "", maxSize);
+    const int fd = Open(channel, way, name != nullptr ? name : "", maxSize);
+    if (fd == -1)
+        return nullptr;
+    if (fd == kStdout)
+        return stdout;
+    std::FILE* file = fdopen(fd, "r+");
+    if (file == nullptr)
+        close(fd);
+    return file;
 }
 
 // Kept short: most messages of a program are not written and end at the first test.

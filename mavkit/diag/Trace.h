@@ -21,6 +21,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <fcntl.h>
+#include <sys/types.h>
+#include <unistd.h>
 
 /// Where the general log is.
 #define GENERAL_LOG_PATH "/mnt/sdcard/log/general.log"
@@ -44,64 +47,93 @@ struct Trace {
 /// Appends an entry to the general log: `GENERAL_LOG("Meter: no answer from %s\n", name);`
 #define GENERAL_LOG(...) (Trace{GENERAL_LOG_PATH, __LINE__, 0}(__VA_ARGS__))
 
-/// Writes `headLength` characters at `head` (at most 100) and the printf-style text to `file` in
-/// one write, if the stream has no buffer of its own. For `Trace` and `MavTrace` only.
-__attribute__((format(printf, 4, 0))) inline void WriteLogEntry(std::FILE* file, const char* head,
-                                                                std::size_t headLength,
-                                                                const char* format, va_list args) {
+namespace mavkit {
+
+/// Writes `length` characters to the descriptor `fd`, in one write unless the system takes fewer at
+/// once. For `Trace` and `MavTrace` only.
+/// \return false when a write has failed; what follows is lost
+inline bool WriteAll(int fd, const char* text, std::size_t length) {
+    while (length != 0) {
+        const ssize_t written = write(fd, text, length);
+        if (written <= 0)
+            return false;
+        text += written;
+        length -= static_cast<std::size_t>(written);
+    }
+    return true;
+}
+
+/// Formats a printf-style text behind the `*length` characters with which `room` begins. For `Trace`
+/// and `MavTrace` only.
+/// \return head and text, `*length` characters: in `room`, or in allocated memory when `size`
+/// characters are too few. Null when there is no memory or the text cannot be formatted.
+__attribute__((format(printf, 4, 0))) inline char*
+FormatBehind(char* room, std::size_t size, std::size_t* length, const char* format, va_list args) {
     const int error = errno; // what "%m" prints, also when the text is formatted again
+    const std::size_t head = *length;
     va_list again;
     va_copy(again, args);
-    char entry[4096];
-    char* text = entry;
-    const std::size_t room = sizeof entry - headLength;
-    int length = std::vsnprintf(text + headLength, room, format, args);
-    const std::size_t size = length < 0 ? 0 : static_cast<std::size_t>(length) + 1;
-    if (size > room)
-        text = static_cast<char*>(std::malloc(headLength + size));
-    errno = error;
-    if (text != nullptr && length >= 0) {
-        if (text != entry) {
+    int count = std::vsnprintf(room + head, size - head, format, args);
+    char* text = count < 0 ? nullptr : room;
+    if (text != nullptr && static_cast<std::size_t>(count) >= size - head) {
+        const std::size_t longer = static_cast<std::size_t>(count) + 1;
+        text = static_cast<char*>(std::malloc(head + longer));
+        if (text != nullptr) {
+            std::memcpy(text, room, head);
+            errno = error;
             // Shorter now where the text behind an argument has changed meanwhile.
-            const int copied = std::vsnprintf(text + headLength, size, format, again);
-            length = copied < 0 ? 0 : copied < length ? copied : length;
+            const int copied = std::vsnprintf(text + head, longer, format, again);
+            count = copied < 0 ? 0 : copied < count ? copied : count;
         }
-        std::memcpy(text, head, headLength);
-        std::fwrite(text, 1, headLength + static_cast<std::size_t>(length), file);
-    } else { // there is no memory, or the text cannot be formatted to its end
-        std::fwrite(head, 1, headLength, file);
-        std::vfprintf(file, format, again);
     }
     va_end(again);
-    if (text != entry)
-        std::free(text);
+    if (text != nullptr)
+        *length = head + static_cast<std::size_t>(count);
+    return text;
 }
+
+} // namespace mavkit
 
 inline void Trace::operator()(const char* format, ...) const {
     const int error = errno; // for "%m"
+    const int fd = open(path, O_RDWR | O_CREAT | O_APPEND, 0666);
     va_list args;
     va_start(args, format);
-    if (std::FILE* file = std::fopen(path, "a+")) {
-        std::setvbuf(file, nullptr, _IONBF, 0);
-        char stamp[] = "00-00 00:00:00\t"; // all zeros when the time has no calendar fields
-        const std::time_t now = std::time(nullptr);
-        if (const std::tm* t = std::localtime(&now)) {
-            const int fields[] = {t->tm_mon + 1, t->tm_mday, t->tm_hour, t->tm_min, t->tm_sec};
-            char* to = stamp;
-            for (const int field : fields) {
-                to[0] = static_cast<char>('0' + field / 10);
-                to[1] = static_cast<char>('0' + field % 10);
-                to += 3;
-            }
-        }
-        errno = error;
-        WriteLogEntry(file, stamp, sizeof stamp - 1, format, args);
-        std::fclose(file);
-    } else {
+    if (fd == -1) {
         errno = error;
         std::vprintf(format, args);
+        va_end(args);
+        return;
     }
+    constexpr char kStamp[] = "00-00 00:00:00\t"; // left so when the time has no calendar fields
+    char room[4096];
+    std::memcpy(room, kStamp, sizeof kStamp);
+    const std::time_t now = std::time(nullptr);
+    if (const std::tm* t = std::localtime(&now)) {
+        const int fields[] = {t->tm_mon + 1, t->tm_mday, t->tm_hour, t->tm_min, t->tm_sec};
+        char* to = room;
+        for (const int field : fields) {
+            to[0] = static_cast<char>('0' + field / 10);
+            to[1] = static_cast<char>('0' + field % 10);
+            to += 3;
+        }
+    }
+    errno = error;
+    std::size_t length = sizeof kStamp - 1;
+    char* entry = mavkit::FormatBehind(room, sizeof room, &length, format, args);
     va_end(args);
+    if (entry != nullptr) {
+        mavkit::WriteAll(fd, entry, length);
+    } else {
+        mavkit::WriteAll(fd, room, length);
+        errno = error;
+        va_start(args, format);
+        vdprintf(fd, format, args);
+        va_end(args);
+    }
+    if (entry != room)
+        std::free(entry);
+    close(fd);
 }
 
 #endif

@@ -1,19 +1,20 @@
 #include "mavkit/diag/TraceSetting.h"
 
-#include "mavkit/diag/ExportWay.h"
-
 #include <cstdlib>
 #include <cstring>
 #include <strings.h>
 
 namespace {
 
-using mavkit::kExportWays;
-
 // Fixed-width rows: constant data without a pointer to relocate.
 constexpr struct {
     char name[TRACE_LEVEL_NAME_SIZE];
 } kLevels[] = {{"Disabled"}, {"Error"}, {"Warn"}, {"Info"}, {"Verbose"}};
+
+constexpr struct {
+    char name[TRACE_WAY_NAME_SIZE];
+} kWays[] = {{"None"},  {"Stdout"}, {"Public"}, {"Private"}, {"ttyp0"},
+             {"ttyp1"}, {"ttyp2"},  {"ttyp3"},  {"ttyp4"},   {"ttyp5"}};
 
 template <typename Row, unsigned Count>
 unsigned char CodeOf(const Row (&rows)[Count], const char* name) {
@@ -39,6 +40,6 @@ unsigned char MAKE_TRACE_LEVEL_VAL(const char* name) { return CodeOf(kLevels, na
 
 int MAKE_TRACE_LEVEL_KEY(unsigned char code, char* name) { return NameOf(kLevels, code, name); }
 
-unsigned char MAKE_TRACE_WAY_VAL(const char* name) { return CodeOf(kExportWays, name); }
+unsigned char MAKE_TRACE_WAY_VAL(const char* name) { return CodeOf(kWays, name); }
 
-int MAKE_TRACE_WAY_KEY(unsigned char code, char* name) { return NameOf(kExportWays, code, name); }
+int MAKE_TRACE_WAY_KEY(unsigned char code, char* name) { return NameOf(kWays, code, name); }

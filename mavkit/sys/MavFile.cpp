@@ -3,7 +3,7 @@
 #include "mavkit/diag/Assert.h"
 #include "mavkit/diag/MavTrace.h"
 #include "mavkit/encoding/HexText.h"
-#include "mavkit/sys/OpenTerminal.h"
+#include "mavkit/sys/OpenReported.h"
 #include "mavkit/sys/Stream.h"
 
 #include <atomic>
@@ -63,14 +63,10 @@ bool Flush(std::FILE* file) { return std::fflush(file) == 0 && std::ferror(file)
 
 } // namespace
 
-std::FILE* mavkit::OpenTerminal(const char* path) {
-    const int fd = open(path, O_RDWR | O_NOCTTY | O_NONBLOCK);
-    std::FILE* file = fd != -1 ? fdopen(fd, "r+") : nullptr;
-    if (fd != -1 && file == nullptr)
-        close(fd);
-    else
-        ReportDescriptor(path, fd);
-    return file;
+int mavkit::OpenReported(const char* path, int flags) {
+    const int fd = open(path, flags, 0666);
+    ReportDescriptor(path, fd);
+    return fd;
 }
 
 std::FILE* MavFile::OpenFile(const char* path, const char* mode) {
@@ -84,9 +80,7 @@ std::FILE* MavFile::OpenFile(const char* path, const char* mode) {
 }
 
 int MavFile::OpenFile(const char* path, bool /*unused*/) {
-    const int fd = open(path, O_RDWR | O_CREAT | O_TRUNC | O_SYNC, 0666);
-    ReportDescriptor(path, fd);
-    return fd;
+    return mavkit::OpenReported(path, O_RDWR | O_CREAT | O_TRUNC | O_SYNC);
 }
 
 int MavFile::CreateFile(const char* path, long size, unsigned char fill) {

@@ -43,10 +43,11 @@ struct Call {
 Call table[] = {{"fopen"},    {"fdopen"},  {"open"},   {"openat"}, {"fdopendir"}, {"readdir"},
                 {"lstat"},    {"fstatat"}, {"remove"}, {"chdir"},  {"fchdir"},    {"getcwd"},
                 {"fread"},    {"fwrite"},  {"fgets"},  {"fflush"}, {"fseek"},     {"fclose"},
-                {"vfprintf"}, {"lseek"},   {"fcntl"},  {"mmap"},   {"munmap"},    {"msync"},
-                {"ftok"},     {"msgget"},  {"msgsnd"}, {"msgrcv"}, {"msgctl"},    {"malloc"},
-                {"calloc"},   {"strdup"},  {"new"},    {"time"},   {"mktime"},    {"localtime"},
-                {"settime"},  {"system"},  {"socket"}, {"ioctl"}};
+                {"vfprintf"}, {"lseek"},   {"mmap"},   {"munmap"}, {"msync"},     {"ftok"},
+                {"msgget"},   {"msgsnd"},  {"msgrcv"}, {"msgctl"}, {"malloc"},    {"calloc"},
+                {"strdup"},   {"new"},     {"time"},   {"mktime"}, {"localtime"}, {"settime"},
+                {"system"},   {"socket"},  {"ioctl"},  {"pread"},  {"write"},     {"close"},
+                {"vdprintf"}};
 
 Device* device = nullptr;
 int paused = 0;
@@ -170,11 +171,9 @@ std::size_t Pages(std::size_t length) {
 #if defined(_TIME_BITS) && _TIME_BITS == 64
 #define TIME64(name, wide) wide
 #define STAT64(name) "__" name "64_time64"
-#define FCNTL "__fcntl_time64"
 #else
 #define TIME64(name, wide) name
 #define STAT64(name) name "64"
-#define FCNTL "fcntl64"
 #endif
 #define IOCTL_MSGCTL(name, wide) TIME64(name, wide)
 #else // musl: offsets always have 64 bits
@@ -185,9 +184,6 @@ std::size_t Pages(std::size_t length) {
 #endif
 #ifndef IOCTL_MSGCTL
 #define IOCTL_MSGCTL(name, wide) name
-#endif
-#ifndef FCNTL
-#define FCNTL "fcntl"
 #endif
 
 #define WRAPPED(result, name, symbol, parameters)                                                  \
@@ -292,6 +288,11 @@ WRAPPED(int, fclose, "fclose", (std::FILE * file)) {
     return FAILS("fclose") ? EOF : result;
 }
 
+WRAPPED(int, close, "close", (int fd)) {
+    const int result = Real_close(fd);
+    return FAILS("close") ? -1 : result;
+}
+
 WRAPPED(int, msync, "msync", (void* address, std::size_t length, int flags)) {
     if (device != nullptr) {
         const FaultsPaused pause;
@@ -308,6 +309,11 @@ WRAP_FAULT(void*, calloc, "calloc", nullptr, (size_t count, size_t size), (count
 WRAP_FAULT(char*, strdup, "strdup", nullptr, (const char* text), (text))
 WRAP_FAULT(std::FILE*, fdopen, "fdopen", nullptr, (int fd, const char* mode), (fd, mode))
 WRAP_FAULT(off_t, lseek, FILE64("lseek"), -1, (int fd, off_t to, int whence), (fd, to, whence))
+WRAP_FAULT(ssize_t, pread, FILE64("pread"), -1, (int fd, void* p, size_t n, off_t at),
+           (fd, p, n, at))
+WRAP_FAULT(ssize_t, write, "write", -1, (int fd, const void* p, size_t n), (fd, p, n))
+WRAP_FAULT(int, vdprintf, "vdprintf", -1, (int fd, const char* format, va_list args),
+           (fd, format, args))
 WRAP_FAULT(int, fseek, "fseek", -1, (std::FILE * f, long to, int whence), (f, to, whence))
 WRAP_FAULT(int, fflush, "fflush", EOF, (std::FILE * f), (f))
 WRAP_FAULT(size_t, fread, "fread", 0, (void* p, size_t n, size_t m, FILE* f), (p, n, m, f))
@@ -352,14 +358,6 @@ WRAPPED(int, ioctl, IOCTL_MSGCTL("ioctl", "__ioctl_time64"), (int fd, unsigned l
     address.sin_addr.s_addr = inet_addr(found->second.c_str());
     std::memcpy(&asked->ifr_addr, &address, sizeof address);
     return 0;
-}
-
-WRAPPED(int, fcntl, FCNTL, (int fd, int command, ...)) {
-    std::va_list args;
-    va_start(args, command);
-    void* argument = va_arg(args, void*); // of any type; not used when the request has none
-    va_end(args);
-    return FAILS("fcntl") ? -1 : Real_fcntl(fd, command, argument);
 }
 
 // All allocations of C++, those inside the standard library included. Not inlined: the compiler

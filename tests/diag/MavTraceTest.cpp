@@ -151,6 +151,26 @@ int Writes() {
     return writes;
 }
 
+// Frequent conversions are not left to libc.
+TEST_F(MavTraceTest, TextsAreThoseOfPrintf) {
+    Way(WAY_PUBLIC);
+    const auto same = [this](const char* format, auto... values) {
+        char expected[100];
+        std::snprintf(expected, sizeof expected, format, values...);
+        MavTrace(0, 0)(format, values...);
+        EXPECT_EQ(expected, device.TraceFile());
+        device.Remove(dir + "trace.log");
+    };
+    const char* volatile none = nullptr; // unknown to the compiler
+    for (const int number : {0, 7, 10, -1, 99999, INT_MAX, INT_MIN})
+        for (const char* format : {"%d", "<%u>", "%i", "%5d", "%-3dx", "%x", "%%%d"})
+            same(format, number);
+    same("%s%s|%d%%", "", "text", 5);
+    same("%d %s %c", 1, static_cast<const char*>(none), 'c');
+    same("%.2s %ld %d", "abc", -5L, 6);
+    same("%s", "100% %d");
+}
+
 TEST_F(MavTraceTest, AnyLengthIsOneWrite) {
     if (Writes() < 0)
         GTEST_SKIP() << "this system does not count writes";
@@ -295,7 +315,7 @@ TEST_F(MavTraceTest, RotationThatFails) {
     };
     Device::Fail("lseek", ESPIPE);
     EXPECT_EQ("old new+older ", trace());
-    Device::Fail("fopen", EACCES, 1, 1); // the file, to empty it
+    Device::Fail("open", EACCES, 1, 1); // the file, to empty it
     EXPECT_EQ("old +old ", trace());
     const Limit full(RLIMIT_FSIZE, 500000); // an incomplete backup is removed
     EXPECT_EQ("new+", trace());

@@ -30,10 +30,11 @@ const std::pair<int, const char*> kErrors[] = {
 // The error that each call fails with, where another error than ENOMEM is more likely.
 int ErrorOf(const std::string& call) {
     static const std::map<std::string, int> errors = {
-        {"fopen", ENFILE},    {"open", ENFILE},   {"fread", EIO},      {"fwrite", ENOSPC},
-        {"vfprintf", ENOSPC}, {"fflush", ENOSPC}, {"fclose", ENOSPC},  {"write", ENOSPC},
-        {"ftok", ENOENT},     {"lstat", ENOENT},  {"fstatat", ENOENT}, {"readdir", EIO},
-        {"msgget", ENOSPC},   {"msgsnd", EAGAIN}, {"msgrcv", EIDRM},   {"msync", EIO}};
+        {"fopen", ENFILE},    {"open", ENFILE},    {"fread", EIO},       {"fwrite", ENOSPC},
+        {"vfprintf", ENOSPC}, {"fflush", ENOSPC},  {"fclose", ENOSPC},   {"write", ENOSPC},
+        {"pread", EIO},       {"close", EIO},      {"vdprintf", ENOSPC}, {"ftok", ENOENT},
+        {"lstat", ENOENT},    {"fstatat", ENOENT}, {"readdir", EIO},     {"msgget", ENOSPC},
+        {"msgsnd", EAGAIN},   {"msgrcv", EIDRM},   {"msync", EIO}};
     const auto found = errors.find(call);
     return found != errors.end() ? found->second : ENOMEM;
 }
@@ -232,6 +233,11 @@ TEST_F(Faults, EveryCallFailsInTurn) {
         const std::string log = t.device.Read("/mnt/long.log");
         return Text(std::string_view(log).substr(0, 15), log.size());
     });
+    Walk("long entry without memory", [&](const Trial& t) {
+        Device::Fail("malloc", ENOMEM);
+        Trace{"/mnt/long.log", __LINE__, 0}("%s", content.c_str());
+        return std::to_string(t.device.Read("/mnt/long.log").size());
+    });
     Walk("entry without a card", [](const Trial& t) {
         t.device.Remove("/mnt/sdcard");
         GENERAL_LOG("entry %d\n", 1);
@@ -242,6 +248,10 @@ TEST_F(Faults, EveryCallFailsInTurn) {
         t.setting.traceWay = WAY_TTYP0;
         MavTrace(LEVEL_ERROR, 0)("line\n");
         return t.device.Read("/dev/pts/0");
+    });
+    Walk("export file", [&](const Trial&) {
+        std::FILE* file = MavTrace(0, 0).GetExportFile(0, WAY_PUBLIC, "", 9);
+        return file == nullptr ? "none" : std::fclose(file) == 0 ? "closed" : "lost";
     });
     Walk("rotation", [&](Trial& t) {
         t.setting.maxSize = 2;
