@@ -4,17 +4,23 @@
 //   probe work                   every way to the card: which of them work now
 //   probe trace SECONDS          traces and logs ten times a second
 //   probe ttys                   the six pseudo-terminals
+//   probe month FOLDER           thirty days in half a minute; beside it, the demonstration
 #include "Contains.h"
 #include "mavkit/mavkit.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <dirent.h>
 #include <fcntl.h>
+#include <random>
 #include <string>
 #include <sys/ioctl.h>
+#include <sys/time.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -141,6 +147,181 @@ int Ttys() {
     return 0;
 }
 
+long Descriptors(const std::string& process) {
+    long count = 0;
+    DIR* directory = opendir(("/proc/" + process + "/fd").c_str());
+    while (directory != nullptr && readdir(directory) != nullptr)
+        ++count;
+    if (directory != nullptr)
+        closedir(directory);
+    return count;
+}
+
+// The address space of this process: what is allocated or mapped and never freed makes it larger.
+long PagesMapped() {
+    char first[32] = "";
+    if (std::FILE* file = std::fopen("/proc/self/statm", "r")) {
+        std::fgets(first, sizeof first, file);
+        std::fclose(file);
+    }
+    return std::strtol(first, nullptr, 10);
+}
+
+// A timer as a process of the terminal has it: it fires for each point that the clock has reached,
+// and not again when the clock is set back.
+struct Timer {
+    const char* name;
+    unsigned char unit;
+    unsigned long step;
+    unsigned long minutes; // of the first point after the begin of a day
+    long next = 0;
+    long fired = 0;
+    std::string last = {};
+
+    long After(long t) const { return gettimerpoint(t + 1, unit, step, Minute, minutes, false); }
+
+    // Returns how many points came at a time of the wall clock that was not after the last one.
+    int Fire(long now) {
+        int repeated = 0;
+        for (; next != -1 && next <= now; next = After(next)) {
+            const std::string shown = timestr(&next);
+            repeated += shown > last ? 0 : 1;
+            last = shown;
+            ++fired;
+        }
+        return repeated;
+    }
+};
+
+// The two programs of the demonstration, started and killed as a watchdog does it.
+class Demonstration {
+public:
+    explicit Demonstration(const char* folder) : folder_(folder) {}
+
+    void Start() {
+        Wait(Run("uplink", "remove"), 0);
+        receiver_ = Run("uplink", "receive");
+        sender_ = Run("collector", nullptr);
+    }
+    void Kill() {
+        for (const pid_t process : {receiver_, sender_}) {
+            descriptors_ = std::max(descriptors_, Descriptors(std::to_string(process)));
+            kill(process, SIGKILL);
+        }
+        killed_ += Wait(receiver_, SIGKILL) + Wait(sender_, SIGKILL);
+    }
+    void Finish() { finished_ += Wait(receiver_, 0) + Wait(sender_, 0); }
+    void Report() {
+        Wait(Run("uplink", "remove"), 0);
+        Say("killed", killed_);
+        Say("finished", finished_);
+        Say("most-descriptors", descriptors_);
+        Say("children", waitpid(-1, nullptr, WNOHANG) == -1 ? 0 : 1);
+    }
+
+private:
+    pid_t Run(const char* program, const char* verb) const {
+        const pid_t process = fork();
+        if (process != 0)
+            return process;
+        std::freopen("/tmp/demonstration", "a", stdout);
+        std::freopen("/tmp/demonstration", "a", stderr);
+        if (verb == nullptr)
+            execlp(program, program, folder_, nullptr);
+        else if (std::strcmp(verb, "remove") == 0)
+            execlp(program, program, verb, folder_, nullptr);
+        else
+            execlp(program, program, verb, folder_, "/mnt/sd/term/common/meters.shm", nullptr);
+        _exit(127);
+    }
+    // Returns 1 when the process has ended as wanted: by itself with success, or by the signal.
+    static int Wait(pid_t process, int wanted) {
+        int status = -1;
+        return waitpid(process, &status, 0) == process && status == wanted ? 1 : 0;
+    }
+
+    const char* folder_;
+    pid_t receiver_ = 0;
+    pid_t sender_ = 0;
+    int killed_ = 0;
+    int finished_ = 0;
+    long descriptors_ = 0;
+};
+
+// What a process does at each look at the clock: a message to itself, a trace, now and then a
+// region. Returns the number of failures.
+int Poll(Message& queue, int look) {
+    unsigned char bytes[64];
+    IpcInfo info;
+    info.type = 1;
+    info.createTime = static_cast<int>(std::time(nullptr));
+    unsigned int length = info.Serialize(bytes, sizeof bytes);
+    bool good = queue.SendData(bytes, length, 1) && queue.RecvData(bytes, length, 1);
+    MavTrace(LEVEL_ERROR, 0)("look %d: a line of the usual length for a trace\n", look);
+    if (look % 4 == 0) {
+        ShareMem region;
+        region.Init(kRegion, 4096, FillRegion, IsWhole, nullptr);
+        good = region.base != nullptr && region.Save(false, false) && good;
+    }
+    return good ? 0 : 1;
+}
+
+// The clock moves a quarter of an hour from look to look. Every fifth day it is set back two hours,
+// and on the day after it jumps three hours forward. On the fourteenth day daylight saving ends.
+int CompressedMonth(const char* folder) {
+    setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+    tzset();
+    constexpr int kDay = 96;            // looks
+    constexpr long kStart = 1760306400; // 2025-10-13 00:00:00
+    constexpr long kEnd = kStart + 30 * 86400L + 3600;
+    Timer timers[] = {
+        {"quarter", Minute, 15, 0}, {"daily", Day, 1, 150}, {"monthly", Month, 1, 120}};
+    for (Timer& timer : timers)
+        timer.next = timer.After(kStart);
+    setting.maxSize = 50000;
+    Message queue('P');
+    Demonstration demonstration(folder);
+    const long descriptors = Descriptors("self");
+    long pages = 0;
+    std::minstd_rand random;
+    long failures = 0;
+    long repeated = 0;
+    long latest = kStart;
+    int killLook = 0;
+    int look = 0;
+    for (long now = kStart; latest < kEnd;) {
+        if (look % kDay == 0) {
+            demonstration.Start();
+            killLook = look / kDay % 2 == 0 ? look + 2 + static_cast<int>(random() % 28) : 0;
+        }
+        ++look;
+        now += look % (5 * kDay) == 0 ? -7200 : look % (5 * kDay) == kDay ? 10800 : 900;
+        now = std::min(now, kEnd);
+        latest = std::max(latest, now);
+        const timeval clock = {static_cast<std::time_t>(now), 0};
+        failures += settimeofday(&clock, nullptr) == 0 ? 0 : 1;
+        for (Timer& timer : timers)
+            repeated += timer.Fire(static_cast<long>(std::time(nullptr)));
+        failures += Poll(queue, look);
+        if (look == kDay) // by now it has all that it needs
+            pages = PagesMapped();
+        if (look == killLook)
+            demonstration.Kill();
+        else if (killLook == 0 && (look % kDay == 0 || latest == kEnd))
+            demonstration.Finish();
+    }
+    for (const Timer& timer : timers)
+        Say(timer.name, timer.fired);
+    Say("repeated", repeated);
+    Say("looks", look);
+    Say("failures", failures);
+    demonstration.Report();
+    Say("descriptors", Descriptors("self") - descriptors);
+    Say("pages", PagesMapped() - pages);
+    queue.Destroy();
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -158,5 +339,7 @@ int main(int argc, char** argv) {
         return Work();
     if (verb == "trace" && argc == 3)
         return TraceFor(std::atoi(argv[2]));
+    if (verb == "month" && argc == 3)
+        return CompressedMonth(argv[2]);
     return verb == "ttys" ? Ttys() : 2;
 }

@@ -186,7 +186,7 @@ def figures(text):
 
 def run(image, task, cards=(), files=None, seconds=600, wanted=0):
     """Runs a task to its end. Returns what it wrote to the console."""
-    with Machine(image, task, cards, files) as machine:
+    with Machine(image, task, cards, files, quick=True) as machine:
         status = machine.status(seconds)
         text = machine.console.text.decode(errors="replace")
         if status != wanted:
@@ -391,6 +391,35 @@ done
                 raise Failure("a process of the terminal takes less than 2 MiB of its own")
 
 
+def test_month(image, _):
+    """A compressed month: the clock jumps, processes work, rotate, restart and are killed."""
+    task = """insert_one_card /dev/mmcblk0 sync
+mkdir /tmp/demo; cp /opt/terminal/*.frames /tmp/demo
+sed 's/^limit=.*/limit=12000/' /opt/terminal/terminal.conf >/tmp/demo/terminal.conf
+probe month /tmp/demo
+uplink show /tmp/demo /mnt/sd/term/common/meters.shm >/tmp/show 2>&1
+echo "region-status $?"
+echo "queues $(($(wc -l </proc/sysvipc/msg) - 1))"
+echo "processes $(pidof collector uplink | wc -w)"
+echo "backups $(ls /mnt/sd/term/common/trace/trace_*.log_bak | wc -l)"
+echo "other-files $(find /mnt/sd -type f ! -name '*.log*' ! -name '*.shm' | wc -l)"
+"""
+    found = figures(run(image, task, [card(image)]))
+    print(", ".join(f"{key} {value}" for key, value in found.items()))
+    # 30 days with 96 quarters. The hour that daylight saving repeats has points in its first pass
+    # only. One start of two programs a day: those of 15 days are killed, those of 15 days finish.
+    for what, wanted in (("quarter", 2880), ("daily", 30), ("monthly", 1), ("repeated", 0),
+                         ("failures", 0), ("killed", 30), ("finished", 30), ("children", 0),
+                         ("descriptors", 0), ("region-status", 0), ("queues", 0), ("processes", 0),
+                         ("backups", 3), ("other-files", 0)):
+        expect(what, str(wanted), found.get(what))
+    # The standard streams, a file that is just written, two names of the folder, and some spare.
+    if not 5 <= int(found["most-descriptors"]) <= 10:
+        raise Failure("a program of the demonstration keeps descriptors")
+    if int(found["pages"]) > 4:
+        raise Failure("memory is lost")
+
+
 def main():
     parser = argparse.ArgumentParser(prog="./run terminal-test", description=__doc__)
     parser.add_argument("--cuts", type=int, default=6, help="power cuts for each mount (6)")
@@ -427,7 +456,7 @@ def run_tests(image, options):
 
 
 TESTS = {test.__name__: test for test in (test_suite, test_clock, test_ttys, test_card,
-                                          test_memory, test_cuts)}
+                                          test_memory, test_month, test_cuts)}
 
 if __name__ == "__main__":
     sys.exit(main())
