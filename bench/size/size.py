@@ -51,7 +51,8 @@ def link_with_own_unwinder():
     library = os.path.join(BUILD, "libmavkit-own-unwinder.so")
     run(CXX, "-shared", "-o", library, "-nodefaultlibs", "-Wl,--whole-archive", ARCHIVE,
         "-Wl,--no-whole-archive", "-lstdc++", "-lm", unwinder, "-lc", "-lgcc",
-        "-Wl,--version-script=cmake/mavkit.map", "-Wl,--gc-sections", f"-Wl,-Map={library}.map")
+        f"-Wl,--version-script={BUILD}/mavkit.map", "-Wl,--gc-sections",
+        f"-Wl,-Map={library}.map")
     return library
 
 

@@ -68,11 +68,7 @@ MavDump& MavDump::operator<<(const long& seconds) {
 }
 
 MavDump& MavDump::operator<<(const strings& list) {
-    std::size_t length = 10;
-    for (const std::string& text : list)
-        length += text.size();
     std::string joined;
-    joined.reserve(length);
     for (const std::string& text : list)
         joined += text;
     return *this << joined.c_str();
@@ -124,7 +120,8 @@ MavDump& MavDump::DumpAsHex(const unsigned char* data, unsigned int length) {
 }
 
 MavDump& MavDump::DumpBcd7Time(const unsigned char* time) {
-    std::string text;
-    GetBcdTimeString(text, time);
-    return *this << text.c_str();
+    char text[mavkit::kDateAndTimeSize] = "";
+    if (time != nullptr)
+        mavkit::FillHex(mavkit::kDateAndTime, time, text);
+    return *this << text;
 }

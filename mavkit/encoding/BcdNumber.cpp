@@ -2,8 +2,8 @@
 
 #include "mavkit/encoding/BcdByte.h"
 
-#include <algorithm>
 #include <cfloat>
+#include <climits>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -153,21 +153,23 @@ int BcdToDec(int count, unsigned char* data) {
 }
 
 double mypow(int exponent) {
-    const double size = std::fabs(static_cast<double>(exponent));
-    const double power =
-        size < kPowerCount ? kPowers[static_cast<unsigned int>(size)] : std::pow(10.0, size);
+    const unsigned int size = exponent < 0 ? 0U - static_cast<unsigned int>(exponent)
+                                           : static_cast<unsigned int>(exponent);
+    const double power = size < kPowerCount
+                             ? kPowers[size]
+                             : std::pow(10.0, std::fabs(static_cast<double>(exponent)));
     return exponent < 0 ? 1.0 / power : power;
 }
 
 double basechange(int exponent, unsigned int count, const unsigned char* data) {
-    // From an exponent of 1000 on, a power of ten is infinite or zero.
-    constexpr long long kFar = 1000;
     double sum = 0.0;
     for (unsigned int k = 0; k < count; ++k) {
         const unsigned int digit = DigitAt(data, k);
         if (digit != 0) {
-            const long long place = static_cast<long long>(exponent) + k;
-            sum += digit * mypow(static_cast<int>(std::clamp(place, -kFar, kFar)));
+            int place = 0;
+            if (__builtin_add_overflow(exponent, k, &place))
+                place = INT_MAX; // its power of ten is infinite as well
+            sum += digit * mypow(place);
         }
     }
     return sum;

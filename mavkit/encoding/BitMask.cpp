@@ -235,7 +235,11 @@ unsigned int BitMask::Deserialize(const unsigned char* buffer, unsigned int size
     const unsigned int count = mavkit::GetNumber32(buffer);
     if (size - 4 < count)
         return 0;
-    bits.assign(buffer + 4, count);
+    // The buffer may be a part of this mask, which is not moved then: the mask is longer.
+    if (bits.size() < count)
+        bits.resize(count);
+    std::memmove(&bits[0], buffer + 4, count);
+    bits.resize(count);
     return count + 4;
 }
 

@@ -99,7 +99,6 @@ bool ReadText(const char* path, std::string& text) {
     const mavkit::Stream file(MavFile::OpenFile(path, "rt")); // growing the text may throw
     if (file == nullptr)
         return false;
-    std::fseek(file.get(), 0, SEEK_SET);
     while (std::fgets(line, sizeof line - 1, file.get()) != nullptr)
         text += line;
     return std::feof(file.get()) != 0 && std::ferror(file.get()) == 0;
@@ -115,24 +114,28 @@ int strings::addfrom(const char* text, const char* delimiter, bool keepEmpty) {
     const std::size_t fields = CountFields(text, end, delimiter, step, keepEmpty);
     std::string ownText;
     std::string ownDelimiter;
-    if (fields > capacity() - size()) {
-        if (!empty()) { // growing moves the strings, and the arguments may be among them
-            text = ownText.assign(text, end).c_str();
-            end = text + ownText.size();
-            if (step != 0)
-                delimiter = ownDelimiter.assign(delimiter, step).c_str();
+    if (fields > capacity() - size() && !empty()) {
+        // Growing moves the strings, and the arguments may be among them.
+        text = ownText.assign(text, end).c_str();
+        end = text + ownText.size();
+        if (step != 0)
+            delimiter = ownDelimiter.assign(delimiter, step).c_str();
+    }
+    std::size_t filled = size();
+    resize(filled + fields);
+    try {
+        while (text != nullptr) {
+            const char* const cut = FindDelimiter(text, end, delimiter, step);
+            const char* const stop = cut == nullptr ? end : cut;
+            if (stop != text || keepEmpty || step == 0)
+                (*this)[filled++].assign(text, static_cast<std::size_t>(stop - text));
+            text = cut == nullptr ? nullptr : cut + step;
         }
-        reserve(std::max(size() + fields, 2 * size()));
+    } catch (...) {
+        resize(filled - 1);
+        throw;
     }
-    const std::size_t old = size();
-    while (text != nullptr) {
-        const char* const cut = FindDelimiter(text, end, delimiter, step);
-        const char* const stop = cut == nullptr ? end : cut;
-        if (stop != text || keepEmpty || step == 0)
-            emplace_back(text, stop);
-        text = cut == nullptr ? nullptr : cut + step;
-    }
-    return static_cast<int>(size() - old);
+    return static_cast<int>(fields);
 }
 
 int ParseHexStr(const char* text, ByteString& bytes) {

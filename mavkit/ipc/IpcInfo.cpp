@@ -28,9 +28,19 @@ unsigned char* PutText(unsigned char* span, const ByteString& bytes) {
     return span + length;
 }
 
+// Makes room for `more` bytes: a string that becomes shorter keeps its memory.
 void ReserveMore(ByteString& bytes, unsigned int more) {
-    if (bytes.capacity() - bytes.size() < more)
-        bytes.reserve(bytes.size() + more);
+    const std::size_t size = bytes.size();
+    bytes.resize(size + more);
+    bytes.resize(size);
+}
+
+// Appends `count` bytes and returns their end.
+const unsigned char* Append(ByteString& bytes, const unsigned char* from, unsigned int count) {
+    const std::size_t size = bytes.size();
+    bytes.resize(size + count);
+    std::memcpy(&bytes[0] + size, from, count);
+    return from + count;
 }
 
 } // namespace
@@ -77,12 +87,9 @@ unsigned int IpcInfo::Deserialize(unsigned char* buffer, unsigned int length) {
     ReserveMore(bytes1, length1);
     ReserveMore(bytes2, length2);
     ReserveMore(bytes3, length3);
-    const unsigned char* at = buffer + kHead;
-    bytes1.append(at, length1);
-    at += length1;
-    bytes2.append(at, length2);
-    at += length2;
-    bytes3.append(at, length3);
+    const unsigned char* at = Append(bytes1, buffer + kHead, length1);
+    at = Append(bytes2, at, length2);
+    Append(bytes3, at, length3);
     const std::uint64_t total = Total(bytes1.size(), bytes2.size(), bytes3.size());
     return total < UINT_MAX ? static_cast<unsigned int>(total) : UINT_MAX;
 }

@@ -8,10 +8,10 @@
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
+#include <forward_list>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <vector>
 
 namespace {
 
@@ -65,7 +65,7 @@ private:
 };
 
 // One walk of a tree. The directories from the scanned one down to the one being listed are open,
-// and are found and entered by descriptor only. It is a loop over a vector of levels and not a
+// and are found and entered by descriptor only. It is a loop over a list of levels and not a
 // recursion: a deep hostile tree uses descriptors, which run out with an error, but no stack.
 class Walk {
 public:
@@ -82,7 +82,7 @@ public:
         path_ = directory;
         Enter(AT_FDCWD, directory, 0, depth);
         while (!levels_.empty()) {
-            const Level level = levels_.back();
+            const Level& level = levels_.front();
             errno = 0;
             const dirent* entry = readdir(level.dir);
             if (entry == nullptr) {
@@ -127,20 +127,20 @@ private:
         path_ += name;
         const int depth = level.depth < INT_MAX ? level.depth + 1 : INT_MAX;
         if (!Enter(dirfd(level.dir), name, O_NOFOLLOW, depth))
-            path_.resize(levels_.back().pathLength);
+            path_.resize(levels_.front().pathLength);
     }
 
     // Opens and enters the directory `name` (its path is path_) in the directory `parent`.
     bool Enter(int parent, const char* name, int flags, int depth) {
-        levels_.push_back(Level{nullptr, path_.size(), depth}); // done first, as it may throw
+        levels_.push_front(Level{nullptr, path_.size(), depth}); // done first, as it may throw
         const int fd = openat(parent, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC | flags);
         DIR* dir = fd >= 0 ? fdopendir(fd) : nullptr;
         if (dir != nullptr && fchdir(fd) == 0) {
-            levels_.back().dir = dir;
+            levels_.front().dir = dir;
             inside_ = true;
             return true;
         }
-        levels_.pop_back();
+        levels_.pop_front();
         if (dir != nullptr)
             closedir(dir);
         else if (fd >= 0)
@@ -152,7 +152,7 @@ private:
     // Goes back into the directory being listed, after a visit below it. When that fails, its other
     // entries are not reported: in another directory their bare names might name other files.
     bool Return() {
-        inside_ = fchdir(dirfd(levels_.back().dir)) == 0;
+        inside_ = fchdir(dirfd(levels_.front().dir)) == 0;
         if (!inside_)
             BreakOff();
         return inside_;
@@ -168,11 +168,11 @@ private:
     // Closes the directory being listed. The process enters the one above only when it has to
     // report an entry of it.
     void Leave() {
-        DIR* dir = levels_.back().dir;
-        levels_.pop_back();
+        DIR* dir = levels_.front().dir;
+        levels_.pop_front();
         inside_ = false;
         if (!levels_.empty())
-            path_.resize(levels_.back().pathLength);
+            path_.resize(levels_.front().pathLength);
         else [[maybe_unused]]
             const bool ignored = fchdir(dirfd(dir)) == 0 && chdir("..") == 0;
         closedir(dir);
@@ -185,10 +185,10 @@ private:
     const DirScan::Callback callback_;
     void* const context_;
     const int limit_;
-    std::vector<Level> levels_; // of the directory scanned, of the one entered in it, and so on
-    std::string path_;          // of the last of them
-    bool inside_ = false;       // the working directory is the last of them
-    bool complete_ = true;      // every listing came to its end
+    std::forward_list<Level> levels_; // of the last directory entered, of the one above, and so on
+    std::string path_;                // of the first of them
+    bool inside_ = false;             // the working directory is the first of them
+    bool complete_ = true;            // every listing came to its end
 };
 
 } // namespace
@@ -203,19 +203,14 @@ DirScan::~DirScan() {
 void DirScan::ParsePath(const char* path) {
     if (path == nullptr)
         return;
-    char* directory = nullptr;
-    char* file = nullptr;
     const char* slash = std::strrchr(path, '/');
-    if (IsDir(path)) {
-        directory = strdup(path);
-    } else if (slash == nullptr) {
-        directory = strdup(".");
-        file = strdup(path);
-    } else {
-        directory = strdup(path);
-        if (directory != nullptr)
+    const bool isDirectory = IsDir(path);
+    char* directory = strdup(isDirectory || slash != nullptr ? path : ".");
+    char* file = nullptr;
+    if (!isDirectory) {
+        if (slash != nullptr && directory != nullptr)
             directory[slash == path ? 1 : slash - path] = '\0'; // "/" itself stays
-        file = strdup(slash + 1);
+        file = strdup(slash != nullptr ? slash + 1 : path);
     }
 
     char* found = nullptr;

@@ -15,7 +15,7 @@ constexpr int kBcd7Slots[] = {kCentury, kYear, kMonth, kDay, kHour, kMinute, kSe
 
 struct Layout {
     int slots[kSlots] = {}; // of its bytes, in order
-    int length = 0;         // 0 for an invalid code
+    int length = 0;
     bool hasWeekday = false;
     bool hasDay = false;
 
@@ -28,35 +28,34 @@ struct Layout {
 
 // Walks the fields of a layout by their numbers, from start to end. The weekday comes between the
 // hour and the day: after the one that the walk reaches first, or before the other one when the
-// walk starts there.
-Layout Decode(unsigned char code) {
+// walk starts there. Returns false for an invalid code.
+bool Decode(unsigned char code, Layout* layout) {
     const int start = code & 7;
     const int end = code >> 4 & 7;
     const bool wantsWeekday = (code & 0x80) != 0;
     if (start == 0 || end == 0)
-        return {};
+        return false;
     const int step = start <= end ? 1 : -1;
     const int beforeWeekday = step > 0 ? kHour : kDay;
     const int behindWeekday = step > 0 ? kDay : kHour;
-    Layout layout;
     for (int field = start; field != end + step; field += step) {
         const int slot = field < kDay ? field - 1 : field;
         if (wantsWeekday && slot == behindWeekday && field == start)
-            layout.Add(kWeekday);
-        layout.Add(slot);
+            layout->Add(kWeekday);
+        layout->Add(slot);
         if (wantsWeekday && slot == beforeWeekday)
-            layout.Add(kWeekday);
+            layout->Add(kWeekday);
     }
-    return layout.hasWeekday == wantsWeekday ? layout : Layout{};
+    return layout->hasWeekday == wantsWeekday;
 }
 
 } // namespace
 
 int ExchangeBCDTime(unsigned char fmtIn, unsigned char* in, unsigned char fmtOut,
                     unsigned char* out) {
-    const Layout from = Decode(fmtIn);
-    const Layout to = Decode(fmtOut);
-    if (from.length == 0 || to.length == 0)
+    Layout from;
+    Layout to;
+    if (!Decode(fmtIn, &from) || !Decode(fmtOut, &to))
         return -1;
     if (fmtIn == fmtOut) {
         std::memmove(out, in, static_cast<std::size_t>(from.length));

@@ -40,14 +40,13 @@ struct Call {
     int times = 0;
     int skip = 0;
 };
-Call table[] = {{"fopen"},    {"fdopen"},  {"open"},   {"openat"}, {"fdopendir"}, {"readdir"},
-                {"lstat"},    {"fstatat"}, {"remove"}, {"chdir"},  {"fchdir"},    {"getcwd"},
-                {"fread"},    {"fwrite"},  {"fgets"},  {"fflush"}, {"fseek"},     {"fclose"},
-                {"vfprintf"}, {"lseek"},   {"mmap"},   {"munmap"}, {"msync"},     {"ftok"},
-                {"msgget"},   {"msgsnd"},  {"msgrcv"}, {"msgctl"}, {"malloc"},    {"calloc"},
-                {"strdup"},   {"new"},     {"time"},   {"mktime"}, {"localtime"}, {"settime"},
-                {"system"},   {"socket"},  {"ioctl"},  {"pread"},  {"write"},     {"close"},
-                {"vdprintf"}};
+Call table[] = {{"fopen"},  {"fdopen"},  {"open"},   {"openat"},    {"fdopendir"}, {"readdir"},
+                {"lstat"},  {"fstatat"}, {"remove"}, {"chdir"},     {"fchdir"},    {"getcwd"},
+                {"fread"},  {"fwrite"},  {"fgets"},  {"fflush"},    {"fclose"},    {"vfprintf"},
+                {"lseek"},  {"mmap"},    {"munmap"}, {"msync"},     {"ftok"},      {"msgget"},
+                {"msgsnd"}, {"msgrcv"},  {"msgctl"}, {"malloc"},    {"calloc"},    {"strdup"},
+                {"new"},    {"time"},    {"mktime"}, {"localtime"}, {"settime"},   {"system"},
+                {"socket"}, {"ioctl"},   {"pread"},  {"write"},     {"close"},     {"vdprintf"}};
 
 Device* device = nullptr;
 int paused = 0;
@@ -314,7 +313,6 @@ WRAP_FAULT(ssize_t, pread, FILE64("pread"), -1, (int fd, void* p, size_t n, off_
 WRAP_FAULT(ssize_t, write, "write", -1, (int fd, const void* p, size_t n), (fd, p, n))
 WRAP_FAULT(int, vdprintf, "vdprintf", -1, (int fd, const char* format, va_list args),
            (fd, format, args))
-WRAP_FAULT(int, fseek, "fseek", -1, (std::FILE * f, long to, int whence), (f, to, whence))
 WRAP_FAULT(int, fflush, "fflush", EOF, (std::FILE * f), (f))
 WRAP_FAULT(size_t, fread, "fread", 0, (void* p, size_t n, size_t m, FILE* f), (p, n, m, f))
 WRAP_FAULT(size_t, fwrite, "fwrite", 0, (const void* p, size_t n, size_t m, FILE* f), (p, n, m, f))
