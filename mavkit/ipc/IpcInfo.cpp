@@ -8,8 +8,6 @@
 #include <cstring>
 #include <ctime>
 
-using mavkit::GetNumber32;
-
 namespace {
 
 constexpr unsigned int kHead = 32;
@@ -21,11 +19,9 @@ std::uint64_t Total(std::uint64_t length1, std::uint64_t length2, std::uint64_t 
 
 // Copies `bytes` up to its first zero byte and fills the rest of its span with zero bytes.
 unsigned char* PutText(unsigned char* span, const ByteString& bytes) {
-    const std::size_t length = bytes.size();
-    const std::size_t text = strnlen(reinterpret_cast<const char*>(bytes.data()), length);
-    std::memcpy(span, bytes.data(), text);
-    std::memset(span + text, 0, length - text);
-    return span + length;
+    std::strncpy(reinterpret_cast<char*>(span), reinterpret_cast<const char*>(bytes.data()),
+                 bytes.size());
+    return span + bytes.size();
 }
 
 // Makes room for `more` bytes: a string that becomes shorter keeps its memory.
@@ -72,14 +68,20 @@ unsigned int IpcInfo::Serialize(unsigned char* buffer, unsigned int capacity) co
 unsigned int IpcInfo::Deserialize(unsigned char* buffer, unsigned int length) {
     if (buffer == nullptr || length < kHead)
         return 0;
-    first = static_cast<int>(GetNumber32(buffer));
-    second = static_cast<int>(GetNumber32(buffer + 4));
-    type = static_cast<int>(GetNumber32(buffer + 8));
-    createTime = static_cast<int>(GetNumber32(buffer + 12));
-    lifetime = GetNumber32(buffer + 16);
-    const unsigned int length1 = GetNumber32(buffer + 20);
-    const unsigned int length2 = GetNumber32(buffer + 24);
-    const unsigned int length3 = GetNumber32(buffer + 28);
+    unsigned int numbers[kHead / 4];
+    const unsigned char* at = buffer;
+    for (unsigned int& number : numbers) {
+        number = mavkit::GetNumber32(at);
+        at += 4;
+    }
+    first = static_cast<int>(numbers[0]);
+    second = static_cast<int>(numbers[1]);
+    type = static_cast<int>(numbers[2]);
+    createTime = static_cast<int>(numbers[3]);
+    lifetime = numbers[4];
+    const unsigned int length1 = numbers[5];
+    const unsigned int length2 = numbers[6];
+    const unsigned int length3 = numbers[7];
     if (length < Total(length1, length2, length3))
         return 0;
 
@@ -87,7 +89,7 @@ unsigned int IpcInfo::Deserialize(unsigned char* buffer, unsigned int length) {
     ReserveMore(bytes1, length1);
     ReserveMore(bytes2, length2);
     ReserveMore(bytes3, length3);
-    const unsigned char* at = Append(bytes1, buffer + kHead, length1);
+    at = Append(bytes1, at, length1);
     at = Append(bytes2, at, length2);
     Append(bytes3, at, length3);
     const std::uint64_t total = Total(bytes1.size(), bytes2.size(), bytes3.size());
