@@ -17,7 +17,7 @@ PREFIX = CXX[: -len("g++")]
 ARCHIVE = os.path.join(BUILD, "libmavkit.a")
 KIB = 1024
 # What is counted, and its limit.
-LIMITS = {"code and constants": 50 * KIB, "data and bss": 4 * KIB, "stripped file": 71 * KIB,
+LIMITS = {"code and constants": 46 * KIB, "data and bss": 4 * KIB, "stripped file": 64 * KIB,
           "static mavutil": 220 * KIB}
 # The sections by their purpose on the device: code, constants, tables for exceptions, names for the
 # loader, data that is written.

@@ -11,16 +11,16 @@ namespace {
 enum Slot { kSecond, kMinute, kHour, kWeekday, kDay, kMonth, kYear, kCentury, kSlots };
 
 // Where the bytes of a `Bcd7Time` are in a work record.
-constexpr int kBcd7Slots[] = {kCentury, kYear, kMonth, kDay, kHour, kMinute, kSecond};
+constexpr unsigned char kBcd7Slots[] = {kCentury, kYear, kMonth, kDay, kHour, kMinute, kSecond};
 
 struct Layout {
-    int slots[kSlots] = {}; // of its bytes, in order
+    unsigned char slots[kSlots] = {}; // of its bytes, in order
     int length = 0;
     bool hasWeekday = false;
     bool hasDay = false;
 
     void Add(int slot) {
-        slots[length++] = slot;
+        slots[length++] = static_cast<unsigned char>(slot);
         hasWeekday = hasWeekday || slot == kWeekday;
         hasDay = hasDay || slot == kDay;
     }
