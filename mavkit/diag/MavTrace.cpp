@@ -243,8 +243,9 @@ void Write(MavTrace& trace, const TraceSetting& setting, std::string_view text, 
     const unsigned int takers = Routed(setting, Takers(setting, trace.level, trace.flags));
     if (takers == 0)
         return;
-    char name[sizeof setting.name + 1] = {}; // the record's may lack its terminator
+    char name[sizeof setting.name + 1]; // the record's may lack its terminator
     std::memcpy(name, setting.name, sizeof setting.name);
+    name[sizeof setting.name] = '\0';
     char room[kRoom];
     std::size_t prefix = 0;
     if (setting.prefixOn != 0 && !trace.printed) {
