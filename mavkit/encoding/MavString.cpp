@@ -4,7 +4,6 @@
 #include "mavkit/sys/MavFile.h"
 #include "mavkit/sys/Stream.h"
 
-#include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <cstring>
