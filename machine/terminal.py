@@ -113,9 +113,9 @@ class Image:
         for applet in applets:
             if applet != "busybox":
                 self.archive.link("bin/" + applet, "busybox")
-        # fsck.fat is Debian's and needs glibc, which Debian's cross compiler has.
+        # fsck.fat and others are Debian's and need glibc, which Debian's cross compiler has.
         self.archive.copy(self.packages / "dosfstools/sbin/fsck.fat", "sbin/fsck.fat")
-        for library in ("ld.so.1", "libc.so.6"):
+        for library in ("ld.so.1", "libc.so.6", "libm.so.6"):
             self.archive.copy(pathlib.Path("/usr/mipsel-linux-gnu/lib", library).resolve(),
                               "lib/" + library)
         for folder in ("lib", "usr/lib"):

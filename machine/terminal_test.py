@@ -200,6 +200,13 @@ def card(image, name="test-card.img", **options):
     return path
 
 
+def toybox(image, name):
+    """The files of toybox, which is then the command `name`."""
+    [library] = (image.packages / "libcrypt1").glob("lib/mipsel-linux-gnu/libcrypt.so.1.*")
+    return {name: (image.packages / "toybox/bin/toybox").read_bytes(),
+            "lib/libcrypt.so.1": library.read_bytes()}
+
+
 def test_suite(image, _):
     """The suite, on the terminal's kernel and libc."""
     tests = terminal.PROJECT / "tests"
@@ -215,6 +222,10 @@ def test_suite(image, _):
     files["bin/qemu-mipsel"] = '#!/bin/sh\nshift 2\nexec "$@"\n'
     files[str(image.build / "tools/mavutil")] = image.stripped("tools/mavutil")
     files["opt/tests/mavutil_test.sh"] = (tests / "tools/mavutil_test.sh").read_bytes()
+    # The demonstration's check puts a program of its own before `unshare`, which BusyBox's shell
+    # does not find, and needs `flock`, which this BusyBox lacks.
+    files["opt/dash"] = (image.packages / "dash/bin/dash").read_bytes()
+    files |= toybox(image, "bin/flock")
     task = """cd /tmp
 check() { # NAME COMMAND...
     name=$1
@@ -226,11 +237,13 @@ check() { # NAME COMMAND...
 }
 for program in /opt/tests/*_test; do check ${program##*/} $program; done
 check mavutil sh /opt/tests/mavutil_test.sh /bin/mavutil
+ln -sf /opt/dash /bin/sh
+check demonstration /opt/dash /opt/terminal/check.sh /bin
 """
     total = 0
     failed = []
     with Machine(image, task, files=files) as machine:
-        for _ in range(len(programs) + 1):
+        for _ in range(len(programs) + 2):
             match = machine.wait_for(r"\nsuite (\S+) (\d+) (\d*)\r", 600)
             name, status, passed = (part.decode() for part in match.groups())
             total += int(passed or 1)
@@ -238,7 +251,7 @@ check mavutil sh /opt/tests/mavutil_test.sh /bin/mavutil
             print(f"{name}: {passed or 1} passed, status {status}", flush=True)
         machine.status()
         text = machine.console.text.decode(errors="replace")
-    print(f"{total} tests in {len(programs)} programs and a script")
+    print(f"{total} tests in {len(programs)} programs and 2 scripts")
     if failed:
         raise Failure(f"failed: {' '.join(failed)}\n{text}")
 
@@ -248,8 +261,8 @@ def test_clock(image, _):
     # A shell that, unlike BusyBox's, has no `date` of its own.
     files = {"opt/dash": (image.packages / "dash/bin/dash").read_bytes(),
              "opt/coreutils/date": (image.packages / "coreutils/bin/date").read_bytes(),
-             "opt/toybox/date": (image.packages / "toybox/bin/toybox").read_bytes(),
-             "opt/wrapper/date": (terminal.HERE / "date.sh").read_bytes()}
+             "opt/wrapper/date": (terminal.HERE / "date.sh").read_bytes(),
+             **toybox(image, "opt/toybox/date")}
     task = """export TZ=CET-1CEST,M3.5.0,M10.5.0/3
 for digits in 240305060708 370630235958; do
     probe systime $digits
@@ -271,14 +284,16 @@ for name in coreutils toybox wrapper; do try $name /opt/$name; done
         for time_shown in times[2 * i:2 * i + 2]:
             expect("the time", wanted, time_shown[:len(wanted)])
         print(f"Set_SysTime: the clock is at {wanted}x")
-    tries = re.findall(r"date of (\w+)\r\n(?:.*\n)*?result (\S+)\r\nnow (.*)\r", text)
+    tries = re.findall(r"date of (\w+)\r\n(.*)\r\n(?:.*\n)*?result (\S+)\r\nnow (.*)\r", text)
     expect("commands tried", ["BusyBox", "coreutils", "toybox", "wrapper"],
-           [name for name, _, _ in tries])
-    for name, result, shown in tries:
+           [name for name, *_ in tries])
+    for name, said, result, shown in tries:
         moved = shown.startswith("2024-03-05 06:07:0")
         print(f"Set_SYS_HWClock with the date of {name}: the clock is {'' if moved else 'not '}set")
         expect("the result", "0", result)
-        expect("the clock is set", name == "wrapper", moved)
+        expect("the clock is set", name in ("toybox", "wrapper"), moved)
+        # A program that cannot start sets no clock either: the others must refuse this time.
+        expect(f"refused by {name} ({said})", not moved, "invalid date" in said)
 
 
 def test_ttys(image, _):
