@@ -76,9 +76,9 @@ unsigned int Routed(const TraceSetting& setting, unsigned int takers) {
     return takers;
 }
 
-// Formats a text that has only the conversions %s, %d and %u, as most have: libc takes several times
-// as long on the target. Returns the end of the text, where there is still room for a terminator;
-// null for any other conversion, a null string, or a text for which there is no room before `end`.
+// Formats a text that has only the conversions %s, %d and %u, as most have: on the target libc
+// needs several times the instructions. Returns the end of the text, where there is still room for
+// a terminator; null for another conversion, a null string, or a text without room before `end`.
 char* FormatPlain(char* to, const char* end, const char* format, std::va_list args) {
     for (; *format != '\0'; ++format) {
         if (*format != '%') {
@@ -134,8 +134,8 @@ __attribute__((format(printf, 3, 4))) bool MakePath(char* path, std::size_t size
     return end != nullptr;
 }
 
-// Moves the content of the export file `path`, open as `fd`, into its backup and returns the emptied
-// file; -1 when that cannot be opened. `fd` is closed, or returned when there is no memory.
+// Moves the content of the export file `path`, open as `fd`, into its backup and returns the
+// emptied file; -1 when that cannot be opened. `fd` is closed, or returned when there is no memory.
 int Rotate(int fd, const char* path) {
     // A megabyte, allocated only while a rotation runs.
     char* const content = static_cast<char*>(std::calloc(1, kBackupSize));
@@ -219,7 +219,7 @@ char* AppendFormatted(char (&room)[kRoom], std::size_t* length, const char* form
     return room;
 }
 
-// Writes a text that cannot be made in one piece: `format` with `args`, or `text` when `args` is null.
+// Writes a text for which there is no memory: `format` with `args`, or `text` when `args` is null.
 void PutPieces(int fd, std::string_view text, const char* format, std::va_list* args) {
     if (args == nullptr) {
         Put(fd, text);

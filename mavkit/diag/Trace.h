@@ -63,8 +63,8 @@ inline bool WriteAll(int fd, const char* text, std::size_t length) {
     return true;
 }
 
-/// Formats a printf-style text behind the `*length` characters with which `room` begins. For `Trace`
-/// and `MavTrace` only.
+/// Formats a printf-style text behind the `*length` characters with which `room` begins. For
+/// `Trace` and `MavTrace` only.
 /// \return head and text, `*length` characters: in `room`, or in allocated memory when `size`
 /// characters are too few. Null when there is no memory or the text cannot be formatted.
 __attribute__((format(printf, 4, 0))) inline char*
