@@ -219,7 +219,8 @@ char* AppendFormatted(char (&room)[kRoom], std::size_t* length, const char* form
     return room;
 }
 
-// Writes a text for which there is no memory: `format` with `args`, or `text` when `args` is null.
+// Writes a text that was not made in one piece, by pieces: `format` with `args`, or `text` when
+// `args` is null.
 void PutPieces(int fd, std::string_view text, const char* format, std::va_list* args) {
     if (args == nullptr) {
         Put(fd, text);
@@ -271,6 +272,7 @@ void Write(MavTrace& trace, const TraceSetting& setting, std::string_view text, 
         if ((takers >> channel & 1U) == 0)
             continue;
         const int fd = Open(channel, setting.*kChannels[channel].way, name, setting.maxSize);
+        errno = error;
         if (fd == -1)
             continue;
         // The prefix is for the first channel only.
@@ -278,7 +280,6 @@ void Write(MavTrace& trace, const TraceSetting& setting, std::string_view text, 
         if (message != nullptr) {
             Put(fd, {message + from, length - from});
         } else {
-            errno = error;
             Put(fd, {room + from, prefix - from});
             PutPieces(fd, text, format, args);
         }

@@ -235,7 +235,7 @@ unsigned int BitMask::Deserialize(const unsigned char* buffer, unsigned int size
     const unsigned int count = mavkit::GetNumber32(buffer);
     if (size - 4 < count)
         return 0;
-    // The buffer may be a part of this mask, which is not moved then: the mask is longer.
+    // The buffer may be a part of this mask. Then the mask is longer than that, and not moved.
     if (bits.size() < count)
         bits.resize(count);
     std::memmove(&bits[0], buffer + 4, count);

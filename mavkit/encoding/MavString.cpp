@@ -120,21 +120,26 @@ int strings::addfrom(const char* text, const char* delimiter, bool keepEmpty) {
         if (step != 0)
             delimiter = ownDelimiter.assign(delimiter, step).c_str();
     }
-    std::size_t filled = size();
-    resize(filled + fields);
+    const std::size_t old = size();
+    std::size_t filled = old;
+    resize(old + fields);
     try {
-        while (text != nullptr) {
+        // Another process may change the text meanwhile: no more fields are filled than there are.
+        while (text != nullptr && filled < size()) {
             const char* const cut = FindDelimiter(text, end, delimiter, step);
             const char* const stop = cut == nullptr ? end : cut;
-            if (stop != text || keepEmpty || step == 0)
-                (*this)[filled++].assign(text, static_cast<std::size_t>(stop - text));
+            if (stop != text || keepEmpty || step == 0) {
+                (*this)[filled].assign(text, static_cast<std::size_t>(stop - text));
+                ++filled;
+            }
             text = cut == nullptr ? nullptr : cut + step;
         }
     } catch (...) {
-        resize(filled - 1);
+        resize(filled);
         throw;
     }
-    return static_cast<int>(fields);
+    resize(filled);
+    return static_cast<int>(filled - old);
 }
 
 int ParseHexStr(const char* text, ByteString& bytes) {

@@ -5,7 +5,10 @@
 #include "mavkit/encoding/HexText.h"
 #include "mavkit/encoding/MavString.h"
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <thread>
 
 namespace {
 
@@ -122,6 +125,27 @@ TEST(Strings, Split) {
     own.addfrom(own[0].c_str(), own[1].c_str(), true);
     own.addfrom(own[2].c_str(), own[1].c_str(), true);
     EXPECT_EQ("1|2|3|4|5|6|over and over and over| again|", Joined(own, 3));
+}
+
+// Another process may write the text while it is split.
+TEST(Strings, SplitsATextThatChanges) {
+    char text[] =
+        "aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa";
+    std::atomic<bool> done{false};
+    std::thread other([&] {
+        volatile char* const middle = text + 40;
+        while (!done)
+            for (int i = 0; i < 30; ++i)
+                middle[i] = middle[i] == ',' ? 'a' : ',';
+    });
+    for (int i = 0; i < 20000 && !HasFailure(); ++i) {
+        strings list;
+        const int count = list.addfrom(text, ",", false);
+        EXPECT_EQ(static_cast<int>(list.size()), count);
+        EXPECT_EQ(0, std::count(list.begin(), list.end(), ""));
+    }
+    done = true;
+    other.join();
 }
 
 TEST(Strings, SplitReservesWhatItAppends) {
