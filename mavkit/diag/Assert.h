@@ -7,6 +7,14 @@
 
 #include <cstdio>
 
+/// The source file as reports know it: without folders where the compiler has such a name, which
+/// keeps the paths of the building machine out of the program.
+#ifdef __FILE_NAME__
+#define MAVKIT_FILE_NAME __FILE_NAME__
+#else
+#define MAVKIT_FILE_NAME __FILE__
+#endif
+
 /// Tests `expression`, once; when it is false prints one line on standard output:
 ///
 ///     ***********Assert failed.file=MavFile,line=41,exp=fd<64
@@ -17,7 +25,7 @@
 #define ASSERT_REPORT(expression)                                                                  \
     do {                                                                                           \
         if (!(expression))                                                                         \
-            ReportFailedAssertion(__FILE__, __LINE__, #expression);                                \
+            ReportFailedAssertion(MAVKIT_FILE_NAME, __LINE__, #expression);                        \
     } while (false)
 
 /// Prints the line of `ASSERT_REPORT`, and is called by nothing else: `file` is the path of the

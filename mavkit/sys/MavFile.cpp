@@ -21,8 +21,8 @@ constexpr std::size_t kSmallSize = 3072;
 constexpr std::size_t kBufferSize = 8192;
 constexpr std::size_t kLineSize = 512;
 
-// Whether a warning is being written. Its export file is opened by OpenReported() too and could cause
-// another warning, and so on: a warning that is raised meanwhile is dropped.
+// Whether a warning is being written. Its export file is opened by OpenReported() too and could
+// cause another warning, and so on: a warning that is raised meanwhile is dropped.
 std::atomic<bool> warning{false};
 
 // Reports the result of an open: a descriptor, or -1 and errno. Does not change errno.

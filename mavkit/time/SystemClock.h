@@ -17,9 +17,9 @@ int Set_SysTime(char* t);
 /// 06:07:08 "date -s 030506072024.08", and waits for it to end. The latest date taken is
 /// 2038-01-10; the bytes of year, month and day are compared as they are.
 ///
-/// The `date` of BusyBox 1.35 and of GNU coreutils 9.1 refuses this text after `-s`, and that is not
-/// reported; the one of toybox 0.8.9 takes it. Call `Set_SysTime` unless the terminal's own `date`
-/// was tried.
+/// The `date` of BusyBox 1.35 and of GNU coreutils 9.1 refuses this text after `-s`, and that is
+/// not reported; the one of toybox 0.8.9 takes it. Call `Set_SysTime` unless the terminal's own
+/// `date` was tried.
 /// \return 0 once the command was run, whatever its result; -1 when the date is refused and nothing
 /// was run
 int Set_SYS_HWClock(char* t);
