@@ -212,6 +212,11 @@ TEST_F(MavTraceTest, AnyLengthIsOneWrite) {
         EXPECT_EQ((log ? stamp : prefix) + std::strerror(ENOENT) + " " + text,
                   log ? device.GeneralLog() : device.TraceFile());
     }
+    Way(WAY_STDOUT);
+    testing::internal::CaptureStdout();
+    Device::Fail("malloc", ENOMEM);
+    MavTrace(0, 0)("%5d%s", 1, text.c_str());
+    EXPECT_EQ(prefix + "    1" + text, testing::internal::GetCapturedStdout());
 }
 
 // A pseudo-terminal of this machine as the terminal's /dev/pts/2.
