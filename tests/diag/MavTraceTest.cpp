@@ -213,10 +213,9 @@ TEST_F(MavTraceTest, AnyLengthIsOneWrite) {
                   log ? device.GeneralLog() : device.TraceFile());
     }
     Way(WAY_STDOUT);
-    testing::internal::CaptureStdout();
     Device::Fail("malloc", ENOMEM);
     MavTrace(0, 0)("%5d%s", 1, text.c_str());
-    EXPECT_EQ(prefix + "    1" + text, testing::internal::GetCapturedStdout());
+    EXPECT_EQ(prefix + "    1" + text, out.Take());
 }
 
 // A pseudo-terminal of this machine as the terminal's /dev/pts/2.
