@@ -251,11 +251,11 @@ bool issameperiod(unsigned char* a, unsigned char* b, unsigned char unit, unsign
         return false;
     LocalTime origin;
     SetToOrigin(&origin);
-    MoveDown(origin, unit, n, &start);
+    MoveToPoint(origin, unit, n, true, &start);
     const long d = mavkit::UnitsBetween(start, other, unit);
     if (d >= 0 && static_cast<unsigned long>(d) < n)
         return true;
     // Where the clock was set back the period has more units than `n`: no point lies between.
-    MoveDown(origin, unit, n, &other);
+    MoveToPoint(origin, unit, n, true, &other);
     return start.t == other.t;
 }

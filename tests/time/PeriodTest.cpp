@@ -307,6 +307,12 @@ TEST(Period, NoPointIsOnTheWrongSide) {
                     ASSERT_TRUE(issameperiod(Unsigned(record), Unsigned(record), unit, n)) << t;
                     ASSERT_TRUE(issameperiod(Unsigned(record), Unsigned(record), unit, n + 60U))
                         << t;
+                    // A record stands for the first of two times that the clock shows alike.
+                    const long once = static_cast<long>(model::FirstTime(model::Wall(t)));
+                    const long first = gettimerpoint(once, unit, n + 60U, Second, 0, true);
+                    const long before = gettimerpoint(first - 1, unit, n + 60U, Second, 0, true);
+                    ASSERT_TRUE(Same(Text(t), Text(first), unit, n + 60U)) << t;
+                    ASSERT_FALSE(Same(Text(t), Text(before), unit, n + 60U)) << t;
                 }
             }
     }
