@@ -13,6 +13,14 @@ else()
   set(folder ${CMAKE_CURRENT_LIST_DIR}/../build/toolchains/${libc})
 endif()
 
+# A build folder keeps the compiler that it was made with, so another toolchain needs another one.
+get_filename_component(folder ${folder} REALPATH)
+if(DEFINED CACHE{MAVKIT_TOOLCHAIN} AND NOT "$CACHE{MAVKIT_TOOLCHAIN}" STREQUAL folder)
+  message(FATAL_ERROR "${CMAKE_BINARY_DIR} was built with $CACHE{MAVKIT_TOOLCHAIN}. "
+                      "Remove it to build with ${folder}.")
+endif()
+set(MAVKIT_TOOLCHAIN ${folder} CACHE INTERNAL "")
+
 file(GLOB compilers ${folder}/bin/mipsel*-g++)
 if(NOT compilers)
   message(FATAL_ERROR "No compiler for ${libc}: there is no ${folder}/bin/mipsel*-g++. "

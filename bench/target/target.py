@@ -195,6 +195,8 @@ def main():
     place.add_argument("--build", type=pathlib.Path, required=True, help="the program")
     place.add_argument("--kernel", type=pathlib.Path, required=True, help="of the machine")
     options = parser.parse_args()
+    if options.text and (options.check or options.keep):
+        parser.error("--check and --keep take all jobs, so leave out TEXT")
     text = [options.text] if options.text else []
     user = count_user(options.build, text)
     both = {key: row for key, row in count_with_kernel(options.build, options.kernel, text).items()
@@ -207,7 +209,7 @@ def main():
             bad = grown(page, name, rows) or bad
         else:
             print(shown + "\n")
-        if options.keep and not text:
+        if options.keep:
             page = chart.put(page, name, shown)
     if options.keep:
         chart.PAGE.write_text(page, encoding="utf-8")

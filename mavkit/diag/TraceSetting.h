@@ -49,7 +49,9 @@ struct TraceSetting {
     /// used as it is, so keep "/" out of it. A name that fills all 31 bytes without a NUL is read
     /// to its end and no further.
     char name[31];
-    int maxSize; ///< bytes: an export file longer than this is rotated before the next message
+    /// In bytes: an export file longer than this is rotated before the next message. Keep it below
+    /// 1,000,500: a backup has no room for more, so the newest lines of a longer file are lost.
+    int maxSize;
 
     constexpr TraceSetting()
         : prefixOn(1), level(LEVEL_VERBOSE), traceWay(WAY_STDOUT), dataWay(WAY_NONE),
