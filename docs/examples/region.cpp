@@ -92,8 +92,8 @@ static void CountStart(const char* path) {
     region.Save(at, sizeof slot, false, false); // in the file before the other slot is touched
 }
 
-// Any number of readers. Without a validator an existing file is never cut: it comes to the first
-// callback open for reading only.
+// Any number of readers. Without a validator a file that can be opened stays as it is: it comes to
+// the first callback open for reading only.
 static void Show(const char* path) {
     if (std::FILE* file = std::fopen(path, "rb"))
         std::fclose(file);

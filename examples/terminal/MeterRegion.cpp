@@ -141,8 +141,8 @@ bool MeterRegion::OpenToRead(const char* path) {
     const State state = WaitForState(path);
     if (state != State::kFull)
         return Refuse(path, state);
-    // The check is given as the initialiser: without a validator an existing file is never cut, and
-    // comes to the initialiser open for reading only.
+    // The check is given as the initialiser: without a validator a file that can be opened stays as
+    // it is, and comes to the initialiser open for reading only.
     region_.Init(path, kRegionSize, IsFull, nullptr, nullptr);
     return region_.base != nullptr || Refuse(path, State::kBeingWritten);
 }

@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <climits>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
@@ -97,10 +98,10 @@ char* FormatPlain(char* to, const char* end, const char* format, std::va_list ar
                 return nullptr;
             length = std::strlen(piece);
         } else if (*format == 'd' || *format == 'u') {
-            // An unsigned number is of the same size, and read as a signed one.
-            const int number = va_arg(args, int);
-            const bool negative = number < 0 && *format == 'd';
-            unsigned int rest = static_cast<unsigned int>(number);
+            const bool isSigned = *format == 'd';
+            unsigned int rest = isSigned ? static_cast<unsigned int>(va_arg(args, int))
+                                         : va_arg(args, unsigned int);
+            const bool negative = isSigned && rest > INT_MAX;
             if (negative)
                 rest = 0 - rest;
             char* first = digits + sizeof digits;

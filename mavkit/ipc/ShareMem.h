@@ -13,8 +13,10 @@
 /// Nothing is locked, and the class does not know the content of a region. Its owners agree on
 /// these points (docs/examples/region.cpp is a whole program that does):
 ///
-/// - Who creates the file. Others map it without a validator and without an initialiser that
-///   writes: such an `Init()` never cuts a file.
+/// - Who creates the file. Others wait until it is there with its full length, and then map it
+///   without a validator; their initialiser, if any, only checks it. Then `Init()` leaves a file
+///   that it can open as it is. Only one that is missing, or that cannot be opened at that moment
+///   because the system has no descriptor left, is created anew, empty.
 /// - Who writes. A reader, and the next start after a power cut, may find an update that is half
 ///   done. Two slots with a number and a CRC, written in turn and saved each time, always keep one
 ///   whole.

@@ -89,7 +89,10 @@ public:
     /// `depth` as the depth of its entries. A directory deeper than `limit` is not read. Afterwards
     /// the working directory is the parent of `directory`, or unchanged when `directory` could not
     /// be opened or entered.
-    /// \return as `Scan()`; false for a null directory or callback
+    /// It needs no certain way back to the working directory.
+    /// \return true when every directory was listed to its end, skipped, or deeper than `limit`;
+    ///         false when a listing stopped before its end, when the callback ended the scan, and
+    ///         for a null directory or callback
     static bool ScanDir(const char* directory, int depth, Callback callback, void* context,
                         int limit);
 

@@ -6,9 +6,11 @@
 #include "time/TimeText.h"
 
 #include <climits>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <stdexcept>
 
 namespace {
 
@@ -147,6 +149,15 @@ TEST(Abi, MessageTypesFillALong) {
 }
 
 // Offsets of files have 64 bits everywhere.
+#if SIZE_MAX == UINT32_MAX
+TEST(Abi, TextsOfMoreThan32BitsAreRefused) {
+    // As hex these are 2^32 characters and 4,477,148 more.
+    std::string text = "kept";
+    EXPECT_THROW(GetPrintString(text, "", 1420000000, true, 0), std::length_error);
+    EXPECT_EQ("kept", text);
+}
+#endif
+
 TEST(Abi, LogsGrowPastTwoGigabytes) {
     const Terminal terminal(WAY_PUBLIC);
     const Device& device = terminal.device;
