@@ -71,6 +71,22 @@ void FromBcd7(const char* in, std::tm* f) {
     f->tm_sec = FromBcd(in[6]);
 }
 
+bool ToFields(std::time_t t, std::tm* f) {
+    const std::tm* const shared = std::localtime(&t);
+    if (shared == nullptr)
+        return false;
+    *f = *shared;
+    return true;
+}
+
+long ToTime(std::tm* f) {
+    f->tm_wday = 0;
+    f->tm_yday = 0;
+    f->tm_isdst = -1;
+    const std::time_t t = std::mktime(f);
+    return static_cast<long>(t) == t ? static_cast<long>(t) : -1;
+}
+
 } // namespace mavkit
 
 void Get_CurBCDTime7(char* out) { Record(std::time(nullptr), out); }
@@ -80,7 +96,7 @@ void Time_tTimeToBCDTime7(long t, char* out) { Record(t, out); }
 void Get_BCDTime7(long t, char* out) { Record(t, out); }
 
 long Time_BCDTime7TotTime(const char* in, long* out) {
-    std::tm f = {};
+    std::tm f;
     mavkit::FromBcd7(in, &f);
     return *out = mavkit::ToTime(&f);
 }
@@ -91,7 +107,7 @@ long Time_BCDTime7ToTm(char* in, std::tm* out) {
 }
 
 unsigned char GetWeek(char* in) {
-    std::tm f = {};
+    std::tm f;
     Time_BCDTime7ToTm(in, &f);
     return static_cast<unsigned char>(f.tm_wday);
 }

@@ -23,22 +23,10 @@ void FromBcd7(const char* in, std::tm* f);
 
 // The local fields of `t`. Returns false, with `f` unchanged, when the year of `t` does not fit a
 // `tm`.
-inline bool ToFields(std::time_t t, std::tm* f) {
-    const std::tm* const shared = std::localtime(&t);
-    if (shared == nullptr)
-        return false;
-    *f = *shared;
-    return true;
-}
+bool ToFields(std::time_t t, std::tm* f);
 
 // The time of the local fields `f`, which are normalised; -1 when it fits no `long`.
-inline long ToTime(std::tm* f) {
-    f->tm_wday = 0;
-    f->tm_yday = 0;
-    f->tm_isdst = -1;
-    const std::time_t t = std::mktime(f);
-    return static_cast<long>(t) == t ? static_cast<long>(t) : -1;
-}
+long ToTime(std::tm* f);
 
 // Sets `x` to the time `t` and its local fields; returns false when it has none.
 inline bool SetTime(long t, LocalTime* x) {

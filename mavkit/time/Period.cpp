@@ -40,9 +40,8 @@ int Ahead(int from, int to) {
                                        : ahead;
 }
 
-// A time that was made from fields. Where the clock skips those, `skipped` is how far they are
-// ahead of the normalised ones: below 0 when libc moved forward by the gap, above 0 when it moved
-// back.
+// A time that was made from fields. Where the clock skips those, `skipped` is below 0: the seconds
+// from the later clock time, which the fields have then, back to the one that was asked for.
 struct Point : LocalTime {
     int skipped = 0;
 };
@@ -58,8 +57,9 @@ void SetPoint(long notBefore, Point* x) {
         return;
     const int shown = SecondOfDay(x->fields);
     x->skipped = Ahead(shown, asked);
-    if (x->skipped > 0) {
-        x->t += x->skipped;
+    if (x->skipped > 0) { // libc moved it back by the gap
+        mavkit::SetTime(x->t + x->skipped, x);
+        x->skipped = -x->skipped;
     } else if (x->skipped == 0 && x->t >= notBefore && x->t > kSecondsADay) {
         const int before = ClockAt(x->t - kSecondsADay);
         const int setBack = before < 0 ? 0 : Ahead(shown, before);

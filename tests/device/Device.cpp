@@ -52,6 +52,7 @@ Device* device = nullptr;
 int paused = 0;
 bool held = false;
 std::time_t heldTime = 0;
+bool gapsGoBack = false;
 std::size_t mappedBytes = 0;
 // Message queues that this test or one of its child processes asked for, by flag; shared by all.
 unsigned char* const queueFlags = static_cast<unsigned char*>(
@@ -300,7 +301,20 @@ WRAPPED(int, msync, "msync", (void* address, std::size_t length, int flags)) {
     return FAILS("msync") ? -1 : Real_msync(address, length, flags);
 }
 
-WRAP_FAULT(std::time_t, mktime, TIME64("mktime", "__mktime64"), -1, (std::tm * t), (t))
+WRAPPED(std::time_t, mktime, TIME64("mktime", "__mktime64"), (std::tm * t)) {
+    if (FAILS("mktime"))
+        return -1;
+    std::tm asked = *t;
+    std::time_t result = Real_mktime(t);
+    std::tm shown = *t;
+    const std::time_t gap = result == -1 ? 0 : timegm(&shown) - timegm(&asked);
+    if (gapsGoBack && gap > 0) {
+        result -= gap;
+        localtime_r(&result, t);
+    }
+    return result;
+}
+
 WRAP_FAULT(std::tm*, localtime, TIME64("localtime", "__localtime64"), nullptr,
            (const std::time_t* t), (t))
 WRAP_FAULT(void*, malloc, "malloc", nullptr, (size_t size), (size))
@@ -372,6 +386,9 @@ NOT_INLINED void operator delete(void* memory, std::size_t) noexcept { std::free
 
 FaultsPaused::FaultsPaused() { ++paused; }
 FaultsPaused::~FaultsPaused() { --paused; }
+
+GapsGoBack::GapsGoBack() { gapsGoBack = true; }
+GapsGoBack::~GapsGoBack() { gapsGoBack = false; }
 
 Device::Device() : descriptors_(CountDescriptors()), mappedBytes_(mappedBytes) {
     // In memory where there is such a place: no card or disk is worn by tests, or slows them.

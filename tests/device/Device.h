@@ -89,6 +89,14 @@ public:
     ~FaultsPaused();
 };
 
+// While it exists `mktime` makes a clock time that is skipped earlier by the gap. Each libc does so
+// for some gaps, and makes the others later.
+class GapsGoBack : NonCopyable {
+public:
+    GapsGoBack();
+    ~GapsGoBack();
+};
+
 // Captures what the process writes to standard output while it exists. That includes the output of
 // GoogleTest, so when a test has failed the destructor prints it.
 class StdoutCapture : NonCopyable {

@@ -12,6 +12,7 @@
 namespace {
 
 constexpr const char* kOrigin = "2000-01-01";
+constexpr const char* kHavana = "CST5CDT,M4.1.0/0,M11.1.0/1"; // skips midnight
 constexpr int kUnitSeconds[] = {0, 1, 60, 3600};
 
 // A grid as it is defined, point by point. Its steps below a day are seconds.
@@ -100,6 +101,9 @@ const struct {
     {kUtc, "1999-12-31 23:45", Hour, 1, "03-05 06", "03-05 06:45", "03-05 05:45", Minute, -15UL},
     // Hours are counted from half past there, so that a step of two can lead past a point.
     {kKolkata, "03-05 01", Hour, 2, "03-05 10:45", "03-05 12", "03-05 10"},
+    // Midnight is skipped, on the first of a month.
+    {kHavana, "2000-01-01", Month, 1, "2012-04-01 11", "2012-05-01", "2012-04-01 01"},
+    {kHavana, "2000-01-01", Month, 1, "2012-03-31 14", "2012-04-01 01", "2012-03-01"},
     // A code above 6 counts years, but does not move: there is no point before.
     {kUtc, "2020-06-01", 7, 1, "03-05", "06-01", ""},
     {kBerlin, "2000-01-01 08", Day, 1, "03-31 01", "03-31 08", "03-30 08", Hour, 8},
@@ -174,7 +178,17 @@ TEST(Period, BoundsAreThoseOfTheGridWalkedPointByPoint) {
     }
 }
 
-TEST(Period, BoundsWhereTheRuleIsPeculiar) {
+// Calls `test` with a `mktime` that makes skipped clock times later or earlier as it likes, and with
+// one that makes all of them earlier.
+template <class Test>
+void WithBothGaps(const Test& test) {
+    test();
+    const GapsGoBack back;
+    SCOPED_TRACE("skipped times come earlier");
+    test();
+}
+
+void CheckPeculiarBounds() {
     for (const auto& c : kBounds) {
         const Zone zone(c.zone);
         const long t = At(c.t);
@@ -190,6 +204,8 @@ TEST(Period, BoundsWhereTheRuleIsPeculiar) {
         }
     }
 }
+
+TEST(Period, BoundsWhereTheRuleIsPeculiar) { WithBothGaps(CheckPeculiarBounds); }
 
 TEST(Period, PointsOfAnHourShownTwiceAreInItsFirstPass) {
     const Zone zone(kBerlin);
@@ -214,6 +230,16 @@ TEST(Period, SamePeriodByFieldsAndByGrid) {
     const Zone zone(kBerlin);
     for (const auto& c : kPairs)
         EXPECT_EQ(c.same, Same(c.a, c.b, c.unit, c.n)) << c.a << " and " << c.b;
+}
+
+TEST(Period, APeriodMayStartAtASkippedTime) {
+    const Zone zone(kHavana);
+    WithBothGaps([] {
+        EXPECT_FALSE(Same("2012-04-01 10", "2012-03-15 10", Month, 21));
+        EXPECT_FALSE(Same("2012-03-15 10", "2012-04-01 10", Month, 21));
+        EXPECT_TRUE(Same("2012-04-01 10", "2012-04-01 00:30", Month, 21));
+        EXPECT_TRUE(Same("2012-04-01 00:30", "2012-04-01 10", Month, 21));
+    });
 }
 
 TEST(Period, StepsAsLongAsTimeDoNotWrap) {
@@ -247,7 +273,7 @@ std::map<long, long> PointsOf(const Timer& timer, long from, long to) {
 
 // Each point of a year fires exactly once, for every change of the clock. A loop asks for the next
 // point after each that has come; one that asks again in between gets the same point.
-TEST(Period, EachPointOfAYearFiresOnce) {
+void CheckEachPointOfAYear() {
     for (const char* const name : kClocks) {
         const Zone zone(name);
         for (const Timer& timer : kTimers) {
@@ -282,10 +308,12 @@ TEST(Period, EachPointOfAYearFiresOnce) {
     }
 }
 
+TEST(Period, EachPointOfAYearFiresOnce) { WithBothGaps(CheckEachPointOfAYear); }
+
 // Any step: where the count of units and the clock run apart no two points are the same, no
 // reading of the clock comes twice, and none is on the wrong side. The loop is that of the year
 // around each change of the clock.
-TEST(Period, NoPointIsOnTheWrongSide) {
+void CheckSidesOfPoints() {
     for (const char* const name : kClocks) {
         const Zone zone(name);
         for (const long change : ChangesOfTheYear())
@@ -317,5 +345,7 @@ TEST(Period, NoPointIsOnTheWrongSide) {
             }
     }
 }
+
+TEST(Period, NoPointIsOnTheWrongSide) { WithBothGaps(CheckSidesOfPoints); }
 
 } // namespace
