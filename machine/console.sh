@@ -1,6 +1,7 @@
 #!/bin/sh
 # Prepares the emulated terminal for a person at its console.
-insert_one_card /dev/mmcblk0 sync
+insert_one_card /dev/mmcblk0 sync ||
+    echo "The card cannot be mounted. Turn the terminal off, and start it with --fresh."
 sh /opt/terminal/demo.sh --here /bin
 cat <<'GREETING'
 
@@ -15,5 +16,5 @@ The card stays as you leave it. "exit" turns the terminal off; Ctrl-A x cuts its
 
 GREETING
 export PS1='terminal:\w# '
-cd /root || exit
+cd /root || return
 setsid cttyhack sh

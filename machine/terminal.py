@@ -1,11 +1,13 @@
 """The emulated terminal: its image, its cards and its console.
 
-terminal.py BUILD [--fresh] [-- COMMAND...]: boots the terminal with the programs of the folder
-BUILD and gives its console; with a COMMAND runs that instead and ends with its exit status.
+Boots the terminal and gives its console. With a COMMAND, runs that instead, without standard
+input, and ends with its exit status: one word is a line for the shell, several are a command and
+its arguments. A failure of the terminal itself ends with status 125.
 """
 
 import argparse
 import ctypes
+import fcntl
 import json
 import os
 import pathlib
@@ -23,10 +25,11 @@ import time
 
 HERE = pathlib.Path(__file__).resolve().parent
 PROJECT = HERE.parent
-SCRATCH = PROJECT / "build/terminal"
 CARD_SIZE = 512 << 20  # enough for FAT32 with clusters of 4 KiB; nearly all of it is a hole
+FAILED = 125  # the exit status for a failure of the terminal, not of a command on it
 QEMU = ["qemu-system-mipsel", "-M", "malta", "-cpu", "24Kf", "-m", "256", "-vga", "none",
         "-nic", "none", "-no-reboot"]
+BOOT = ["-append", "console=ttyS0 quiet panic=-1"]  # with -no-reboot, a panic turns it off
 MODULES = ["mmc_core", "mmc_block", "cqhci", "sdhci", "sdhci-pci", "fat", "vfat", "nls_cp437",
            "nls_ascii", "nls_iso8859-1", "nls_utf8"]
 
@@ -58,7 +61,7 @@ class Archive:
 
     def file(self, name, content, mode=0o644):
         self.folder(str(pathlib.PurePosixPath(name).parent))
-        self._entry(name, stat.S_IFREG | mode, content.encode() if isinstance(content, str)
+        self._entry(name, stat.S_IFREG | mode, os.fsencode(content) if isinstance(content, str)
                     else content)
 
     def link(self, name, target):
@@ -97,7 +100,10 @@ class Image:
         self.build = pathlib.Path(build).resolve()
         self.packages = pathlib.Path(packages)
         self.scratch = pathlib.Path(scratch)
-        [self.strip_tool] = pathlib.Path(toolchain).glob("bin/mipsel*-uclibc-strip")
+        compilers = sorted(pathlib.Path(toolchain).glob("bin/mipsel*-g++"))
+        if not compilers:
+            raise Failure(f"there is no bin/mipsel*-g++ in {toolchain}")
+        self.strip_tool = str(compilers[0]).removesuffix("g++") + "strip"
         kernel = self.packages / "linux-image-4kc-malta"
         [self.kernel] = kernel.glob("boot/vmlinuz-*")
         self.archive = Archive()
@@ -118,10 +124,7 @@ class Image:
         for library in ("ld.so.1", "libc.so.6", "libm.so.6"):
             self.archive.copy(pathlib.Path("/usr/mipsel-linux-gnu/lib", library).resolve(),
                               "lib/" + library)
-        for folder in ("lib", "usr/lib"):
-            for path in sorted(pathlib.Path(toolchain, "sysroot", folder).glob("*.so*")):
-                if path.suffix != ".py" and path.read_bytes()[:4] == b"\x7fELF":
-                    self.archive.copy(path, "lib/" + path.name)
+        self._libraries(compilers[0])
         self.archive.file("init", (HERE / "init").read_bytes(), 0o755)
         self.archive.copy(HERE / "cards.sh", "etc/cards.sh")
         for program in ("examples/terminal/collector", "examples/terminal/uplink",
@@ -129,72 +132,105 @@ class Image:
             self.program(program, "bin/" + pathlib.Path(program).name)
         self.archive.copy(PROJECT / "examples/terminal", "opt/terminal")
 
+    def _libraries(self, compiler):
+        """What the programs need of the toolchain: its loader, libc and libstdc++."""
+        sysroot = subprocess.run([compiler, "-print-sysroot"], check=True, text=True,
+                                 stdout=subprocess.PIPE).stdout.strip()
+        names = []
+        for folder in ("lib", "usr/lib"):
+            for path in sorted(pathlib.Path(sysroot, folder).glob("*.so*")):
+                if path.is_file() and path.read_bytes()[:4] == b"\x7fELF":
+                    self.archive.copy(path, "lib/" + path.name)
+                    names.append(path.name)
+        if not any(name.startswith("libc.so.") for name in names):
+            raise Failure(f"there is no libc.so.* in the sysroot '{sysroot}' of {compiler}")
+
     def stripped(self, path):
         """A program of the build, without the data that only a debugger reads."""
         stripped = self.scratch / "stripped" / path.replace("/", "-")
         stripped.parent.mkdir(parents=True, exist_ok=True)
         if not stripped.exists() or stripped.stat().st_mtime < (self.build / path).stat().st_mtime:
-            subprocess.run([self.strip_tool, "-o", stripped, self.build / path], check=True)
+            new = stripped.with_name(f"{stripped.name}.{os.getpid()}")  # others may make it too
+            subprocess.run([self.strip_tool, "-o", new, self.build / path], check=True)
+            new.replace(stripped)
         return stripped.read_bytes()
 
     def program(self, path, name):
         self.archive.file(name, self.stripped(path), 0o755)
 
-    def write_initrd(self, path, task, files):
-        """The whole image; `task` is the shell script that it runs, `files` are more programs."""
+    def initrd(self, task, files):
+        """The whole image, as a file without a name, which lasts as long as somebody has it open.
+        `task` is the shell script that it runs, `files` are more programs."""
         extra = Archive()
         extra.file("etc/task", task)
         for name, content in files.items():
             extra.file(name, content, 0o755)
-        pathlib.Path(path).write_bytes(self.archive.bytes() + extra.bytes())
+        file = tempfile.TemporaryFile(dir=self.scratch)
+        file.write(self.archive.bytes() + extra.bytes())
+        file.flush()
+        return file
 
 
 def new_card(path, used=0, size=CARD_SIZE):
     """An empty card: FAT32 with clusters of 4 KiB, as cards are sold, unless it is a small one.
-    The first `used` bytes contain what an earlier owner has left in them."""
-    with open(path, "wb") as file:
+    The first `used` bytes contain what an earlier owner has left in them. It gets its name when it
+    is whole."""
+    new = path.with_name(path.name + ".new")
+    with open(new, "wb") as file:
         file.write(b"what an earlier owner of the card has left \n" * (used // 44))
         file.truncate(size)
     kind = ["-F", "32", "-s", "8"] if size == CARD_SIZE else []
-    subprocess.run(["mkfs.vfat", *kind, "-n", "MAVKIT", path], check=True,
-                   stdout=subprocess.DEVNULL,
-                   env={**os.environ, "PATH": os.environ["PATH"] + ":/sbin:/usr/sbin"})
+    made = subprocess.run(["mkfs.vfat", *kind, "-n", "MAVKIT", new], check=False, text=True,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                          env={**os.environ, "PATH": os.environ["PATH"] + ":/sbin:/usr/sbin"})
+    if made.returncode != 0:
+        raise Failure(f"mkfs.vfat cannot make a card:\n{made.stdout}")
+    new.replace(path)
+
+
+def lock(path, flags=os.O_RDONLY):
+    """Locks `path` and returns its descriptor. The lock ends with the last process that has it.
+    Raises BlockingIOError when `path` is locked already."""
+    descriptor = os.open(path, flags, 0o644)
+    fcntl.flock(descriptor, fcntl.LOCK_EX | fcntl.LOCK_NB)
+    return descriptor
 
 
 class Port:
-    """A serial port of the machine: what came out of it so far, and a way to write to it."""
+    """A serial port of the machine: what came out of it so far. With `copy_to`, a descriptor, it is
+    written there instead; `error` is what prevented that."""
 
-    def __init__(self, path, copy_to=None):
+    def __init__(self, copy_to=None):
         self.text = b""
         self.closed = False
+        self.error = None
         self.changed = threading.Condition()
         self.copy_to = copy_to
-        self.listener = socket.socket(socket.AF_UNIX)
-        self.listener.bind(str(path))
-        self.listener.listen()
-        self.connection = None
+        self.connection, self.far_end = socket.socketpair()
         threading.Thread(target=self._read, daemon=True).start()
 
     def _read(self):
-        self.connection, _ = self.listener.accept()
-        self.listener.close()
-        while True:
+        while not self.closed:
+            piece = b""
             try:
                 piece = self.connection.recv(65536)
             except OSError:
-                piece = b""
-            with self.changed:
-                self.text += piece
-                self.closed = not piece
-                self.changed.notify_all()
-            if not piece:
-                return
-            if self.copy_to:
-                self.copy_to.write(piece)
-                self.copy_to.flush()
+                pass  # as at its end
+            self._take(piece)
 
-    def write(self, text):
-        self.connection.sendall(text.encode())
+    def _take(self, piece):
+        error = None
+        rest = piece if self.copy_to is not None else b""
+        try:
+            while rest:
+                rest = rest[os.write(self.copy_to, rest):]
+        except OSError as failed:
+            error = failed
+        with self.changed:
+            self.text += piece if self.copy_to is None else b""
+            self.error = error
+            self.closed = not piece or error is not None
+            self.changed.notify_all()
 
 
 def die_with_parent():
@@ -207,57 +243,77 @@ class Machine:
 
     def __init__(self, image, task, cards=(), files=None, out=None, error=None, quick=False):
         """`cards`: the image files of the cards that are in, each behind a controller of its own;
-        None for a controller without a card. `out` and `error` get what the task writes to the
-        ports ttyS1 and ttyS2. `quick`: the cards do not wait for the host's disk."""
-        self.folder = pathlib.Path(tempfile.mkdtemp(dir=image.scratch, prefix="machine-"))
-        image.write_initrd(self.folder / "initrd", task, files or {})
-        command = [*QEMU, "-display", "none", "-kernel", image.kernel,
-                   "-initrd", self.folder / "initrd", "-append", "console=ttyS0 quiet",
-                   "-qmp", f"unix:{self.folder}/qmp,server=on,wait=off"]
-        self.ports = {}
-        for port, copy_to in (("console", None), ("out", out), ("error", error)):
-            self.ports[port] = Port(self.folder / port, copy_to)
-            command += ["-chardev", f"socket,id={port},path={self.folder}/{port}",
-                        "-serial", f"chardev:{port}"]
-        for number, card in enumerate(cards):
-            command += card_options(number, card, "unsafe" if quick else "writethrough")
+        None for a controller without a card. The descriptors `out` and `error` get what the task
+        writes to the ports ttyS1 and ttyS2. `quick`: the cards do not wait for the host's disk."""
+        self.log = tempfile.TemporaryFile()
+        self.ports = {"console": Port(), "out": Port(out), "error": Port(error)}
         self.console = self.ports["console"]
         self.position = 0
-        with open(self.folder / "qemu.log", "wb") as log:
-            self.process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=log,
-                                            stderr=log, preexec_fn=die_with_parent)
+        control, far_end = socket.socketpair()
+        self.control = control.makefile("rw")
+        far_ends = {"control": far_end, **{key: port.far_end for key, port in self.ports.items()}}
+        with image.initrd(task, files or {}) as initrd:
+            command = [*QEMU, *BOOT, "-display", "none", "-kernel", image.kernel,
+                       "-initrd", f"/proc/self/fd/{initrd.fileno()}"]
+            for key, end in far_ends.items():
+                command += ["-chardev", f"socket,id={key},fd={end.fileno()}"]
+            for key in self.ports:
+                command += ["-serial", f"chardev:{key}"]
+            command += ["-mon", "chardev=control,mode=control"]
+            for number, card in enumerate(cards):
+                command += card_options(number, card, "unsafe" if quick else "writethrough")
+            self.process = subprocess.Popen(
+                command, stdin=subprocess.DEVNULL, stdout=self.log, stderr=self.log,
+                pass_fds=[initrd.fileno(), *(end.fileno() for end in far_ends.values())],
+                preexec_fn=die_with_parent)
+        for end in far_ends.values():
+            end.close()
 
     def __enter__(self):
         return self
 
     def __exit__(self, *_):
         self.cut_power()
-        shutil.rmtree(self.folder)
+        self.log.close()
 
-    def wait_for(self, pattern, seconds=120):
-        """Waits until the console shows `pattern` after the last match. Returns the match."""
+    def _expect_output(self):
+        """Raises what prevents that the task's output is written."""
+        for port in self.ports.values():
+            if port.error:
+                raise port.error
+
+    def wait_for(self, pattern, seconds=120, what=None):
+        """Waits until the console shows `pattern` after the last match. Returns the match. `what`
+        is the meaning of the pattern, for the message."""
         end = time.monotonic() + seconds
         with self.console.changed:
             while True:
+                self._expect_output()
                 match = re.compile(pattern.encode()).search(self.console.text, self.position)
                 if match:
                     self.position = match.end()
                     return match
                 left = end - time.monotonic()
-                if self.console.closed or left <= 0 or self.process.poll() is not None:
+                if self.console.closed or left <= 0:
+                    why = f"{seconds} s passed" if left <= 0 else "the machine was off"
                     shown = self.console.text[-2000:].decode(errors="replace")
-                    log = (self.folder / "qemu.log").read_text()
-                    why = f"{seconds} s have passed" if left <= 0 else "it is off"
-                    raise Failure(f"no '{pattern}' on the console, {why}:\n{shown}\n{log}")
+                    log = os.pread(self.log.fileno(), 2000, 0).decode(errors="replace")
+                    raise Failure(f"{why} before {what or repr(pattern)}; the console shows:\n"
+                                  f"{shown}\n{log}".rstrip())
                 self.console.changed.wait(min(left, 1))
 
     def status(self, seconds=600):
         """Waits until the machine has turned itself off. Returns the exit status of the task."""
-        status = int(self.wait_for(r"terminal: status (\d+)\r?\n", seconds)[1])
-        self.process.wait(30)
+        status = int(self.wait_for(r"terminal: status (\d+)\r", seconds, "the end of the task")[1])
+        try:
+            self.process.wait(60)
+        except subprocess.TimeoutExpired as late:
+            raise Failure("the machine did not turn itself off") from late
+        # The rest of the output waits for its reader, who may take his time.
         for port in self.ports.values():
             with port.changed:
-                port.changed.wait_for(lambda: port.closed, 10)
+                port.changed.wait_for(lambda port=port: port.closed)
+        self._expect_output()
         return status
 
     def cut_power(self):
@@ -266,18 +322,15 @@ class Machine:
 
     def qmp(self, command, **arguments):
         """Sends one command to the emulator itself, for example to pull out a card."""
-        with socket.socket(socket.AF_UNIX) as connection:
-            connection.connect(str(self.folder / "qmp"))
-            stream = connection.makefile("rw")
-            stream.readline()
-            for name, values in (("qmp_capabilities", {}), (command, arguments)):
-                stream.write(json.dumps({"execute": name, "arguments": values}))
-                stream.flush()
-                answer = json.loads(stream.readline())
-                while "event" in answer:
-                    answer = json.loads(stream.readline())
-                if "error" in answer:
-                    raise Failure(f"{name}: {answer['error']['desc']}")
+        # The first of the two is refused after the first time, which does no harm.
+        for name, values in (("qmp_capabilities", {}), (command, arguments)):
+            self.control.write(json.dumps({"execute": name, "arguments": values}))
+            self.control.flush()
+            answer = {}
+            while not answer.keys() & {"return", "error"}:  # a greeting, or an event
+                answer = json.loads(self.control.readline() or '{"error": {"desc": "it is off"}}')
+        if "error" in answer:
+            raise Failure(f"{command}: {answer['error']['desc']}")
 
 
 def card_options(number, card, cache="writethrough"):
@@ -295,20 +348,23 @@ def card_options(number, card, cache="writethrough"):
 
 def run_command(image, card, command):
     """Runs a shell command on the terminal: its output comes out of ours, its status is ours."""
-    task = f"""insert_one_card /dev/mmcblk0 sync
+    task = f"""if ! insert_one_card /dev/mmcblk0 sync >/dev/ttyS2 2>&1; then
+    echo "terminal: the card cannot be mounted; --fresh makes a new one" >/dev/ttyS2
+    return {FAILED}
+fi
 cd /root
 sh -c {shlex.quote(command)} </dev/null >/dev/ttyS1 2>/dev/ttyS2
 """
-    with Machine(image, task, [card], out=sys.stdout.buffer, error=sys.stderr.buffer) as machine:
+    with Machine(image, task, [card], out=1, error=2) as machine:
         return machine.status(24 * 3600)
 
 
 def sit_down(image, card):
     """The console, for a person."""
-    initrd = image.scratch / "initrd"
-    image.write_initrd(initrd, (HERE / "console.sh").read_text(), {})
-    command = [*QEMU, "-nographic", "-kernel", image.kernel, "-initrd", initrd,
-               "-append", "console=ttyS0 quiet", *card_options(0, card)]
+    initrd = image.initrd((HERE / "console.sh").read_text(), {})
+    os.set_inheritable(initrd.fileno(), True)
+    command = [*QEMU, *BOOT, "-nographic", "-kernel", image.kernel,
+               "-initrd", f"/proc/self/fd/{initrd.fileno()}", *card_options(0, card)]
     os.execvp(command[0], command)
 
 
@@ -317,26 +373,50 @@ def add_place(parser):
     place.add_argument("--build", required=True, help="the programs")
     place.add_argument("--toolchain", required=True, help="the toolchain that built them")
     place.add_argument("--packages", required=True, help="Debian's packages for mipsel")
+    place.add_argument("--scratch", type=pathlib.Path, default=PROJECT / "build/terminal",
+                       help="cards, and what else is made here (build/terminal)")
 
 
 def make_image(options):
-    SCRATCH.mkdir(parents=True, exist_ok=True)
-    return Image(options.build, options.toolchain, options.packages, SCRATCH)
+    options.scratch.mkdir(parents=True, exist_ok=True)
+    return Image(options.build, options.toolchain, options.packages, options.scratch)
+
+
+def start(options):
+    if not options.command and not os.isatty(0):
+        raise Failure("the console needs a terminal; in a script, give a command after --")
+    card = options.scratch / "card.img"
+    options.scratch.mkdir(parents=True, exist_ok=True)
+    try:
+        locked = lock(card.with_suffix(".lock"), os.O_RDWR | os.O_CREAT)
+    except BlockingIOError as busy:
+        raise Failure("another terminal uses the card; turn that one off first") from busy
+    os.set_inheritable(locked, True)  # for the emulator in the place of this program
+    image = make_image(options)
+    if options.fresh or not card.exists():
+        new_card(card)
+    if not options.command:
+        return sit_down(image, card)
+    one = len(options.command) == 1
+    return run_command(image, card, options.command[0] if one else shlex.join(options.command))
 
 
 def main():
-    parser = argparse.ArgumentParser(prog="./run terminal", description=__doc__.split("\n\n")[0])
+    while (spare := os.open(os.devnull, os.O_RDWR)) <= 2:
+        os.set_inheritable(spare, True)  # in the place of a standard stream that was closed
+    os.close(spare)
+    signal.signal(signal.SIGINT, signal.SIG_DFL)  # Ctrl-C ends this program and the machine
+    parser = argparse.ArgumentParser(prog="./run terminal", description=__doc__)
     parser.add_argument("--fresh", action="store_true", help="with an empty card")
     parser.add_argument("command", nargs="*", help="a command to run in place of a console")
     add_place(parser)
-    options = parser.parse_args()
-    image = make_image(options)
-    card = image.scratch / "card.img"
-    if options.fresh or not card.exists():
-        new_card(card)
-    if options.command:
-        return run_command(image, card, " ".join(options.command))
-    return sit_down(image, card)
+    try:
+        return start(parser.parse_args())
+    except BrokenPipeError:
+        return 141  # as a program that SIGPIPE has ended
+    except (Failure, OSError, subprocess.SubprocessError) as failure:
+        print(f"./run terminal: {failure}", file=sys.stderr)
+        return FAILED
 
 
 if __name__ == "__main__":

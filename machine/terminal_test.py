@@ -7,14 +7,17 @@ import argparse
 import collections
 import concurrent.futures
 import json
+import os
 import pathlib
 import random
 import re
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
 import time
+import traceback
 
 import terminal
 from terminal import Failure, Machine
@@ -59,10 +62,11 @@ class Cuts:
     the cut before, as they are and, on copies, after fsck.fat; then it works on new cards until
     its power is cut."""
 
-    def __init__(self, image, numbers, seed):
+    def __init__(self, image, numbers, seed, record):
         self.image = image
         self.numbers = numbers
         self.seed = seed
+        self.record = record
         self.folder = pathlib.Path(tempfile.mkdtemp(dir=image.scratch, prefix="cuts-"))
         self.found = collections.defaultdict(list)
 
@@ -113,8 +117,8 @@ class Cuts:
             for kind in CHECKS.values():
                 text = machine.wait_for(r"look [\w-]+\r\n((?:.*\n)*?)looked", 300)[1].decode()
                 found = dict(re.findall(r"([\w-]+) (\w+)\r", text))
-                self.found[mount, kind].append({**found, "cut in": done[mount].get("last")})
-                with open(terminal.SCRATCH / "cuts.jsonl", "a", encoding="utf-8") as record:
+                self.found[mount, kind].append({**found, "done": done[mount]})
+                with open(self.record, "a", encoding="utf-8") as record:
                     record.write(json.dumps([mount, kind, done[mount], found]) + "\n")
 
 
@@ -124,8 +128,11 @@ def copy_card(source, destination):
 
 def test_cuts(image, options):
     """Power cuts: what is lost, mount by mount."""
+    record = options.scratch / "cuts.jsonl"
+    record.write_text("")
     parts = min(options.jobs, options.cuts)
-    jobs = [Cuts(image, range(options.cuts)[part::parts], options.seed) for part in range(parts)]
+    jobs = [Cuts(image, range(options.cuts)[part::parts], options.seed, record)
+            for part in range(parts)]
     found = collections.defaultdict(list)
     with concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:
         for cuts in pool.map(Cuts.run, jobs):
@@ -133,42 +140,88 @@ def test_cuts(image, options):
                 found[kind] += results
     print(f"{options.cuts} cuts, seed {options.seed}; how many had it, and the most lines in one")
     print_cuts(found)
-    # What must hold after any cut. Without sync and without a check, a card may become read-only.
-    for (mount, kind), results in found.items():
-        if mount == "defaults" and kind == "as it is":
-            continue
-        for result in results:
-            for key in ("mounted", "again-trace", "again-general", "again-region"):
-                expect(f"{key} after a cut, {mount}, {kind}", "1", result.get(key))
-            if mount == "sync":
-                expect(f"log lines lost, {mount}, {kind}", "0", result["general-lost"])
+    broken = [f"{mount}, {kind}: {promise} ({result})" for (mount, kind), results in found.items()
+              for result in results for promise in broken_promises(mount, kind, result)]
+    if broken:
+        raise Failure("after a cut:\n" + "\n".join(broken))
+
+
+def broken_promises(mount, kind, result):
+    """What docs/reliability.md promises after a cut, and `result` does not show."""
+    if mount == "defaults" and kind == CHECKS[""]:
+        return []  # the card may have become read-only
+    wanted = dict.fromkeys(("mounted", "again-trace", "again-general", "again-region"), "1")
+    done = result["done"]
+    if mount == "sync":
+        wanted |= dict.fromkeys(("general-lost", "trace-foreign", "general-foreign"), "0")
+        if done["last"] != "rotation":
+            wanted["trace-lost"] = "0"
+    if mount != "defaults":
+        # After "general" comes the next save, which may be half done.
+        if "region" in done and (done["last"], result.get("region")) != ("general", "damaged"):
+            wanted["region"] = "good"
+        if "copy" in done and done["last"] != "copy":
+            wanted["copy"] = "good"
+    return [f"{key} {result.get(key)}, not {value}" for key, value in wanted.items()
+            if result.get(key) != value]
+
+
+def test_promises(*_):
+    """The judgement of power cuts: made-up results."""
+    good = {"mounted": "1", "again-trace": "1", "again-general": "1", "again-region": "1",
+            "trace-lost": "0", "general-lost": "0", "trace-foreign": "0", "general-foreign": "0",
+            "region": "good", "copy": "good"}
+    for last, mounts, change in (
+            ("trace", "", {}),
+            ("trace", "sync flush defaults", {"again-region": "0"}),
+            ("trace", "sync flush defaults", {"again-trace": None}),
+            ("trace", "sync", {"trace-lost": "1"}),
+            ("rotation", "", {"trace-lost": "40"}),
+            ("trace", "sync", {"general-lost": "1"}),
+            ("trace", "sync", {"trace-foreign": "1"}),
+            ("trace", "sync flush", {"region": "old"}),
+            ("general", "sync flush", {"region": "missing"}),
+            ("region", "sync flush", {"region": "damaged"}),
+            ("general", "", {"region": "damaged"}),
+            ("region", "sync flush", {"copy": "damaged"}),
+            ("region", "sync flush", {"copy": "missing"}),
+            ("copy", "", {"copy": "missing"})):
+        done = {"trace": "9", "general": "9", "region": "9", "copy": "8", "last": last}
+        found = [mount for mount in MOUNTS
+                 if broken_promises(mount, "after fsck.fat", {**good, **change, "done": done})]
+        expect(f"judged bad, {change} after {last}", mounts, " ".join(found))
 
 
 def print_cuts(found):
     """The table, a row for each mount and each way to look at it."""
+    def lost(rotation):
+        return lambda r: (int(r.get("trace-lost", 0))
+                          if (r["done"]["last"] == "rotation") == rotation else 0)
+
     columns = {
-        "trace lost": lambda r: int(r["trace-lost"]) if r["cut in"] != "rotation" else 0,
-        "lost in a rotation": lambda r: int(r["trace-lost"]) if r["cut in"] == "rotation" else 0,
-        "log lost": lambda r: int(r["general-lost"]),
-        "torn": lambda r: int(r["trace-torn"]) + int(r["general-torn"]),
-        "foreign": lambda r: int(r["trace-foreign"]) + int(r["general-foreign"]),
-        "region old": lambda r: r["region"] == "old",
-        "rejected": lambda r: r["region"] == "damaged",
-        "missing": lambda r: r["region"] == "missing",
-        "copy damaged": lambda r: r["copy"] == "damaged" and r["cut in"] != "copy",
-        "unreadable": lambda r: r["unreadable"] != "0",
-        "read-only": lambda r: r["read-only"] == "1",
-        "silent": lambda r: "0" in (r["again-trace"], r["again-general"], r["again-region"]),
+        "not mounted": lambda r: r.get("mounted") != "1",
+        "trace lost": lost(False),
+        "lost in a rotation": lost(True),
+        "log lost": lambda r: int(r.get("general-lost", 0)),
+        "torn": lambda r: int(r.get("trace-torn", 0)) + int(r.get("general-torn", 0)),
+        "foreign": lambda r: int(r.get("trace-foreign", 0)) + int(r.get("general-foreign", 0)),
+        "region old": lambda r: r.get("region") == "old",
+        "rejected": lambda r: r.get("region") == "damaged",
+        "missing": lambda r: r.get("region") == "missing",
+        "copy damaged": lambda r: r.get("copy") == "damaged" and r["done"]["last"] != "copy",
+        "unreadable": lambda r: r.get("unreadable", "0") != "0",
+        "read-only": lambda r: r.get("read-only") == "1",
+        "silent": lambda r: r.get("mounted") == "1" and any(
+            r.get(key) != "1" for key in ("again-trace", "again-general", "again-region")),
     }
-    head = ["mount", "looked at", "cuts", "in a rotation", "not mounted", *columns]
+    head = ["mount", "looked at", "cuts", "in a rotation", *columns]
     print("| " + " | ".join(head) + " |")
-    print("|---" * (len(columns) + 5) + "|")
+    print("|---" * len(head) + "|")
     for (mount, kind), results in sorted(found.items(), key=lambda item: MOUNTS.index(item[0][0])):
-        looked = [result for result in results if {"region", "read-only"} <= result.keys()]
-        rotations = sum(result["cut in"] == "rotation" for result in results)
-        row = [mount, kind, str(len(results)), str(rotations), str(len(results) - len(looked))]
+        rotations = sum(result["done"]["last"] == "rotation" for result in results)
+        row = [mount, kind, str(len(results)), str(rotations)]
         for value in columns.values():
-            values = [value(result) for result in looked]
+            values = [value(result) for result in results]
             hit = sum(value > 0 for value in values)
             row.append(f"{hit} ({max(values)})" if max(values, default=0) > 1 else str(hit))
         print("| " + " | ".join(row) + " |")
@@ -241,17 +294,20 @@ ln -sf /opt/dash /bin/sh
 check demonstration /opt/dash /opt/terminal/check.sh /bin
 """
     total = 0
+    scripts = 0
     failed = []
     with Machine(image, task, files=files) as machine:
         for _ in range(len(programs) + 2):
             match = machine.wait_for(r"\nsuite (\S+) (\d+) (\d*)\r", 600)
             name, status, passed = (part.decode() for part in match.groups())
-            total += int(passed or 1)
-            failed += [name] if status != "0" else []
-            print(f"{name}: {passed or 1} passed, status {status}", flush=True)
+            total += int(passed or 0)
+            is_script = name in ("mavutil", "demonstration")
+            scripts += is_script and status == "0"
+            failed += [name] if status != "0" or not (passed or is_script) else []
+            print(f"{name}: {passed + ' passed, ' if passed else ''}status {status}", flush=True)
         machine.status()
         text = machine.console.text.decode(errors="replace")
-    print(f"{total} tests in {len(programs)} programs and 2 scripts")
+    print(f"{total} tests in {len(programs)} programs and {scripts} scripts passed")
     if failed:
         raise Failure(f"failed: {' '.join(failed)}\n{text}")
 
@@ -313,11 +369,15 @@ def test_ttys(image, _):
 
 def test_card(image, _):
     """The card: good, full, read-only, pulled, missing at boot; one and two."""
-    works = {"trace": "1", "log": "1", "region": "1", "save": "1", "create": "0", "copy": "0"}
-    fails = {"trace": "0", "log": "0", "region": "0", "create": "-1", "copy": "-1"}
+    # "mark": the line for the general log is on standard output.
+    works = {"mark": "0", "trace": "1", "log": "1", "region": "1", "save": "1", "create": "0",
+             "copy": "0"}
+    fails = {"mark": "0", "trace": "0", "log": "0", "region": "0", "create": "-1", "copy": "-1"}
+    shows = {**fails, "mark": "1"}
 
     def check(what, wanted, text):
         found = {key: value for key, value in figures(text).items() if key in works}
+        found["mark"] = str(int("mark" in found))
         print(f"{what}: {' '.join(f'{key} {value}' for key, value in found.items())}")
         expect(what, wanted, found)
 
@@ -332,33 +392,32 @@ for size in 64k 512; do
 done
 df -k /mnt/sd; probe work; echo ==
 rm /mnt/sd/rest.*
-probe work
+probe work; echo ==
+mount -o remount,ro /mnt/sd; probe work
 """
-        good, full, emptied = run(image, task, [path]).split("==\r\n")
+        good, full, emptied, read_only = run(image, task, [path]).split("==\r\n")
         check(f"a good card ({mount})", works, good)
         check(f"a full card ({mount})", fails, full)
         check(f"emptied ({mount})", works, emptied)
-    text = run(image, "insert_one_card /dev/mmcblk0 sync; mount -o remount,ro /mnt/sd; probe work",
-               [card(image)])
-    check("a read-only card", fails, text)
-    check("no card at boot", fails, run(image, "insert_one_card /dev/mmcblk0 sync; probe work"))
+        check(f"a read-only card ({mount})", shows, read_only)
+        pulled(image, mount, check, works, shows)
+    check("no card at boot", shows, run(image, "insert_one_card /dev/mmcblk0 sync; probe work"))
     text = run(image, "insert_card /dev/mmcblk0 sync /mnt/sd; insert_card /dev/mmcblk1 sync "
                "/mnt/sdcard; mkdir -p /mnt/sdcard/log /mnt/sd/term/common/trace; probe work; "
                "find /mnt -name '*.log' | sort", [card(image), card(image, "test-card2.img")])
     check("two cards", works, text)
-    pulled(image, check, works, fails)
 
 
-def pulled(image, check, works, fails):
+def pulled(image, mount, check, works, shows):
     path = card(image)
-    task = """insert_one_card /dev/mmcblk0 sync
+    task = f"""insert_one_card /dev/mmcblk0 {mount}
 probe trace 8 &
 sleep 2; echo "pull it"
 for _ in 1 2 3 4 5 6 7 8 9 0; do [ -b /dev/mmcblk0 ] || break; sleep 0.5; done
 probe work; wait
 umount -l /mnt/sdcard; umount -l /mnt/sd
 echo "put it back"
-insert_one_card /dev/mmcblk0 sync
+insert_one_card /dev/mmcblk0 {mount}
 echo ==; probe work
 """
     with Machine(image, task, [path]) as machine:
@@ -369,9 +428,12 @@ echo ==; probe work
         expect("the task", 0, machine.status())
         text = machine.console.text.decode(errors="replace")
     before, after = text.split("==\r\n")
-    check("pulled while a process works", fails, before)
+    # A file that was open when the card went may stay in the kernel's memory and take lines there.
+    kept = {key: figures(before).get(key) for key in ("trace", "log")}
+    shown = "0" if kept["log"] == "1" else "1"
+    check(f"pulled while a process works ({mount})", {**shows, **kept, "mark": shown}, before)
     expect("the process that worked lives", "1", figures(before).get("alive"))
-    check("put back and mounted", works, after)
+    check(f"put back and mounted ({mount})", works, after)
 
 
 def test_memory(image, _):
@@ -385,11 +447,14 @@ def test_memory(image, _):
 mkdir /tmp/long; cp /opt/terminal/terminal.conf /tmp/long
 for i in 1 2 3 4 5 6 7 8 9; do cp /opt/terminal/day.frames /tmp/long/$i.frames; done
 for kind in static shared; do
-    uplink_$kind receive /tmp/long /tmp/$kind.shm >/tmp/out &
-    collector_$kind /tmp/long >/tmp/out2 &
-    sleep 1.5
+    uplink_$kind receive /tmp/long /tmp/$kind.shm >/tmp/$kind &
+    collector_$kind /tmp/long >/tmp/out &
+    for _ in $(seq 600); do # until they work
+        [ "$(wc -l </tmp/$kind)" -lt 40 ] || break
+        sleep 0.1
+    done
     for program in collector uplink; do
-        pid=$(pidof ${program}_$kind)
+        pid=$(pidof ${program}_$kind) || echo "$program has ended"
         awk -v name=$program-$kind '/^Rss/ {rss = $2} /^Private/ {private += $2}
             END {print name, rss, private}' /proc/$pid/smaps_rollup
     done
@@ -400,10 +465,10 @@ done
     print("| program | linked | resident KiB | private KiB |\n|---|---|---|---|")
     for program in ("collector", "uplink"):
         for kind in ("static", "shared"):
-            resident, private = found[f"{program}-{kind}"].split()
+            resident, private = found.get(f"{program}-{kind}", "0 0").split()
             print(f"| {program} | {kind} | {resident} | {private} |")
             if not 0 < int(private) < 2048:
-                raise Failure("a process of the terminal takes less than 2 MiB of its own")
+                raise Failure("a process works, and takes less than 2 MiB of its own")
 
 
 def test_month(image, _):
@@ -435,6 +500,34 @@ echo "other-files $(find /mnt/sd -type f ! -name '*.log*' ! -name '*.shm' | wc -
         raise Failure("memory is lost")
 
 
+def test_command(image, options):
+    """`./run terminal -- COMMAND`: what it passes on, and how it ends."""
+    # A path that is too long for a socket does no harm.
+    scratch = image.scratch / ("a-long-name-" * 10)
+    start = [sys.executable, terminal.HERE / "terminal.py", "--build", options.build,
+             "--toolchain", options.toolchain, "--packages", options.packages,
+             "--scratch", scratch]
+
+    def ends(what, status, shown, *words):
+        done = subprocess.run([*start, *words], stdin=subprocess.DEVNULL, check=False, text=True,
+                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=300)
+        print(f"{what}: status {done.returncode}")
+        expect(f"{what}: the status", status, done.returncode)
+        expect(f"{what}: '{shown}' in {done.stdout!r}", True, shown in done.stdout)
+
+    with subprocess.Popen([*start, "--", "echo begins; sleep 3; seq 1 200000"], text=True,
+                          stdout=subprocess.PIPE) as first:
+        expect("the first line", "begins\n", first.stdout.readline())
+        ends("a second one at once", 125, "another terminal uses the card", "--fresh", "--", "ls")
+        first.stdout.close()
+        expect("a reader leaves: the status", 141, first.wait(60))
+    ends("words", 3, "a  b\n", "--", "sh", "-c", 'echo "a  b"; exit 3')
+    ends("the power goes", 125, "the machine was off before the end", "--", "poweroff -f")
+    os.truncate(scratch / "card.img", 0)
+    os.truncate(scratch / "card.img", terminal.CARD_SIZE)
+    ends("a blank card", 125, "the card cannot be mounted", "--", "echo must not run; exit 0")
+
+
 def main():
     parser = argparse.ArgumentParser(prog="./run terminal-test", description=__doc__)
     parser.add_argument("--cuts", type=int, default=6, help="power cuts for each mount (6)")
@@ -447,9 +540,33 @@ def main():
     image = terminal.make_image(options)
     for program in ("cuts", "probe"):
         image.program(f"machine/{program}", f"bin/{program}")
-    with tempfile.TemporaryDirectory(dir=terminal.SCRATCH, prefix="test-") as scratch:
-        image.scratch = pathlib.Path(scratch)
+    image.scratch = scratch_folder(options.scratch)
+
+    def stop(number, _):
+        # The emulators end with this program.
+        shutil.rmtree(image.scratch, ignore_errors=True)
+        os._exit(128 + number)
+
+    for number in (signal.SIGHUP, signal.SIGINT, signal.SIGTERM):
+        signal.signal(number, stop)
+    try:
         return run_tests(image, options)
+    finally:
+        shutil.rmtree(image.scratch)
+
+
+def scratch_folder(parent):
+    """A folder for cards. Removes those of starts that were killed: nobody locks them."""
+    for old in parent.glob("test-*"):
+        try:
+            os.close(terminal.lock(old))
+            shutil.rmtree(old)
+        except BlockingIOError:
+            pass
+    # It is locked before it has a name that another start removes.
+    new = pathlib.Path(tempfile.mkdtemp(dir=parent, prefix="new-test-"))
+    terminal.lock(new)
+    return new.rename(new.with_name(new.name.removeprefix("new-")))
 
 
 def run_tests(image, options):
@@ -464,6 +581,9 @@ def run_tests(image, options):
         except Failure as failure:
             print(f"FAILED: {failure}")
             failed.append(name[5:])
+        except Exception:  # pylint: disable=broad-except # the other tests still run
+            print(f"FAILED: {traceback.format_exc()}")
+            failed.append(name[5:])
         print(f"   ({time.monotonic() - started:.0f} s)\n", flush=True)
     if failed:
         print("Failed: " + ", ".join(failed))
@@ -471,7 +591,8 @@ def run_tests(image, options):
 
 
 TESTS = {test.__name__: test for test in (test_suite, test_clock, test_ttys, test_card,
-                                          test_memory, test_month, test_cuts)}
+                                          test_memory, test_month, test_command, test_promises,
+                                          test_cuts)}
 
 if __name__ == "__main__":
     sys.exit(main())
