@@ -28,6 +28,8 @@ constexpr char kCopy[] = "/mnt/sd/term/common/cuts.copy";
 constexpr int kRotateAbove = 4000; // bytes: 60 lines, so that cuts also hit rotations
 constexpr int kKept = 40;          // lines that the file and its backup have for certain
 
+int Number(const char* text) { return static_cast<int>(std::strtol(text, nullptr, 10)); }
+
 // The text of line `number`; every part of it depends on the number.
 std::string Line(const char* step, int number) {
     char head[32];
@@ -102,11 +104,9 @@ int Write(const char* name, ShareMem& region) {
         Report(name, "done region", i);
         if (i % 8 == 0) {
             Report(name, "start copy", i);
-            char from[sizeof kRegion];
-            char to[sizeof kCopy];
-            std::strcpy(from, kRegion);
-            std::strcpy(to, kCopy);
-            if (MavFile::CopyFile(from, to) != 0)
+            std::string from = kRegion;
+            std::string to = kCopy;
+            if (MavFile::CopyFile(from.data(), to.data()) != 0)
                 return 1;
             Report(name, "done copy", i);
         }
@@ -143,7 +143,7 @@ struct Found {
 
     void Take(const std::string& line, const char* step, std::size_t skip, int* last) {
         const std::string text = line.size() > skip ? line.substr(skip) : "";
-        const int number = std::atoi(text.c_str() + std::min(text.size(), std::strlen(step)));
+        const int number = Number(text.c_str() + std::min(text.size(), std::strlen(step)));
         if (text == Line(step, number) && number > *last) {
             numbers.insert(number);
             *last = number;
@@ -208,19 +208,19 @@ int main(int argc, char** argv) {
     setting.level = LEVEL_ERROR; // without the library's own reports
     setting.traceWay = WAY_PRIVATE;
     setting.maxSize = kRotateAbove;
-    std::strcpy(setting.name, "cuts");
+    std::snprintf(setting.name, sizeof setting.name, "cuts");
     MavTrace::Setting = &setting;
     const bool looks = argc == 6;
     if (!looks && argc != 3)
         return 2;
     if (looks)
-        Look(std::atoi(argv[2]), std::atoi(argv[3]), std::atoi(argv[4]), std::atoi(argv[5]));
+        Look(Number(argv[2]), Number(argv[3]), Number(argv[4]), Number(argv[5]));
     ShareMem region;
     bool rejected = false;
     region.Init(kRegion, sizeof(Region), FillNew, IsValid, &rejected);
     if (looks) {
         std::printf("region-rejected %d\n", rejected ? 1 : 0);
-        WorkAgain(region, std::atoi(argv[2]) + 1000);
+        WorkAgain(region, Number(argv[2]) + 1000);
         return 0;
     }
     return region.base != nullptr ? Write(argv[2], region) : 1;

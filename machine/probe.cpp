@@ -16,7 +16,6 @@
 #include <ctime>
 #include <dirent.h>
 #include <fcntl.h>
-#include <random>
 #include <string>
 #include <sys/ioctl.h>
 #include <sys/time.h>
@@ -27,8 +26,6 @@ namespace {
 
 constexpr char kTraceFile[] = "/mnt/sd/term/common/trace/trace_probe.log";
 constexpr char kRegion[] = "/mnt/sd/term/common/probe.shm";
-
-TraceSetting setting;
 
 void Say(const char* what, long value) { std::printf("%s %ld\n", what, value); }
 
@@ -117,7 +114,7 @@ int Ttys() {
     }
     // With a reader: what is written arrives, and nothing else.
     for (int i = 0; i < 6; ++i) {
-        setting.traceWay = static_cast<unsigned char>(WAY_TTYP0 + i);
+        MavTrace::Setting->traceWay = static_cast<unsigned char>(WAY_TTYP0 + i);
         MavTrace(LEVEL_ERROR, 0)("terminal %d\n", i);
         arrived += Drain(masters[i]) == "terminal " + std::to_string(i) + "\r\n" ? 1 : 0;
     }
@@ -138,7 +135,7 @@ int Ttys() {
     for (const int master : masters)
         close(master);
     for (int i = 0; i < 6; ++i) {
-        setting.traceWay = static_cast<unsigned char>(WAY_TTYP0 + i);
+        MavTrace::Setting->traceWay = static_cast<unsigned char>(WAY_TTYP0 + i);
         MavTrace(LEVEL_ERROR, 0)("nobody\n");
     }
     Say("alive", 1);
@@ -224,8 +221,9 @@ private:
         const pid_t process = fork();
         if (process != 0)
             return process;
-        std::freopen("/tmp/demonstration", "a", stdout);
-        std::freopen("/tmp/demonstration", "a", stderr);
+        if (std::freopen("/tmp/demonstration", "a", stdout) == nullptr ||
+            std::freopen("/tmp/demonstration", "a", stderr) == nullptr)
+            _exit(126);
         if (verb == nullptr)
             execlp(program, program, folder_, nullptr);
         else if (std::strcmp(verb, "remove") == 0)
@@ -278,12 +276,11 @@ int CompressedMonth(const char* folder) {
         {"quarter", Minute, 15, 0}, {"daily", Day, 1, 150}, {"monthly", Month, 1, 120}};
     for (Timer& timer : timers)
         timer.next = timer.After(kStart);
-    setting.maxSize = 50000;
+    MavTrace::Setting->maxSize = 50000;
     Message queue('P');
     Demonstration demonstration(folder);
     const long descriptors = Descriptors("self");
     long pages = 0;
-    std::minstd_rand random;
     long failures = 0;
     long repeated = 0;
     long latest = kStart;
@@ -292,7 +289,7 @@ int CompressedMonth(const char* folder) {
     for (long now = kStart; latest < kEnd;) {
         if (look % kDay == 0) {
             demonstration.Start();
-            killLook = look / kDay % 2 == 0 ? look + 2 + static_cast<int>(random() % 28) : 0;
+            killLook = look / kDay % 2 == 0 ? look + 2 + look / kDay * 11 % 28 : 0;
         }
         ++look;
         now += look % (5 * kDay) == 0 ? -7200 : look % (5 * kDay) == kDay ? 10800 : 900;
@@ -326,10 +323,11 @@ int CompressedMonth(const char* folder) {
 
 int main(int argc, char** argv) {
     const std::string verb = argc > 1 ? argv[1] : "";
+    static TraceSetting setting;
     setting.prefixOn = 0;
     setting.level = LEVEL_ERROR;
     setting.traceWay = WAY_PRIVATE;
-    std::strcpy(setting.name, "probe");
+    std::snprintf(setting.name, sizeof setting.name, "probe");
     MavTrace::Setting = &setting;
     if (verb == "systime" && argc == 3)
         return SetClock(Set_SysTime, argv[2]);
@@ -338,7 +336,7 @@ int main(int argc, char** argv) {
     if (verb == "work")
         return Work();
     if (verb == "trace" && argc == 3)
-        return TraceFor(std::atoi(argv[2]));
+        return TraceFor(static_cast<int>(std::strtol(argv[2], nullptr, 10)));
     if (verb == "month" && argc == 3)
         return CompressedMonth(argv[2]);
     return verb == "ttys" ? Ttys() : 2;
