@@ -46,8 +46,11 @@ def kind_of(section):
 def link_with_own_unwinder():
     """The shared library as on a terminal whose unwinder is a library of its own."""
     unwinder = os.path.join(BUILD, "libgcc_s.so.1")
-    run(CXX, "-shared", "-o", unwinder, "-nodefaultlibs", "-Wl,--whole-archive", "-lgcc_eh",
-        "-lfind_object", "-Wl,--no-whole-archive", "-lgcc", "-lc", "-Wl,-soname,libgcc_s.so.1")
+    # Only the project's own toolchains have this one.
+    own = run(CXX, "-print-file-name=libfind_object.a").strip()
+    own = ["-lfind_object"] if os.path.exists(own) else []
+    run(CXX, "-shared", "-o", unwinder, "-nodefaultlibs", "-Wl,--whole-archive", "-lgcc_eh", *own,
+        "-Wl,--no-whole-archive", "-lgcc", "-lc", "-Wl,-soname,libgcc_s.so.1")
     library = os.path.join(BUILD, "libmavkit-own-unwinder.so")
     run(CXX, "-shared", "-o", library, "-nodefaultlibs", "-Wl,--whole-archive", ARCHIVE,
         "-Wl,--no-whole-archive", "-lstdc++", "-lm", unwinder, "-lc", "-lgcc",
