@@ -309,16 +309,21 @@ class Machine:
             self.process.wait(60)
         except subprocess.TimeoutExpired as late:
             raise Failure("the machine did not turn itself off") from late
+        self._read_to_end()
+        self._expect_output()
+        return status
+
+    def _read_to_end(self):
         # The rest of the output waits for its reader, who may take his time.
         for port in self.ports.values():
             with port.changed:
                 port.changed.wait_for(lambda port=port: port.closed)
-        self._expect_output()
-        return status
 
     def cut_power(self):
+        """Afterwards all that came out of the machine before is there."""
         self.process.kill()
         self.process.wait()
+        self._read_to_end()
 
     def qmp(self, command, **arguments):
         """Sends one command to the emulator itself, for example to pull out a card."""

@@ -101,7 +101,6 @@ class Cuts:
                     machine.wait_for(r" done trace 1\r")
                 time.sleep(random.Random(f"{self.seed} {number}").uniform(0, 5))
                 machine.cut_power()
-                time.sleep(0.05)
                 text = machine.console.text.decode(errors="replace")
             done = {mount: {} for mount in MOUNTS}
             for mount, step, count in re.findall(r"(\w+) done (\w+) (\d+)\r\n", text):
