@@ -178,8 +178,8 @@ TEST(Period, BoundsAreThoseOfTheGridWalkedPointByPoint) {
     }
 }
 
-// Calls `test` with a `mktime` that makes skipped clock times later or earlier as it likes, and with
-// one that makes all of them earlier.
+// Calls `test` with libc's `mktime`, which makes some skipped clock times later and others earlier,
+// and with one that makes all of them earlier.
 template <class Test>
 void WithBothGaps(const Test& test) {
     test();
