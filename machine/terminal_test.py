@@ -149,7 +149,8 @@ def broken_promises(mount, kind, result):
     """What docs/reliability.md promises after a cut, and `result` does not show."""
     # Without sync or flush the card may have become read-only, and a folder that was new may have
     # foreign bytes in it, which fsck.fat does not repair.
-    if mount == "defaults" and (kind == CHECKS[""] or result.get("unreadable", "0") != "0"):
+    unreadable = result.get("unreadable") not in (None, "0")
+    if mount == "defaults" and (kind == CHECKS[""] or unreadable):
         return []
     wanted = dict.fromkeys(("mounted", "again-trace", "again-general", "again-region"), "1")
     done = result["done"]
@@ -170,7 +171,8 @@ def broken_promises(mount, kind, result):
 def test_promises(*_):
     """The judgement of power cuts: made-up results."""
     good = {"mounted": "1", "unreadable": "0",
-            "again-trace": "1", "again-general": "1", "again-region": "1", "trace-lost": "0", "general-lost": "0", "trace-foreign": "0", "general-foreign": "0",
+            "again-trace": "1", "again-general": "1", "again-region": "1",
+            "trace-lost": "0", "general-lost": "0", "trace-foreign": "0", "general-foreign": "0",
             "region": "good", "copy": "good"}
     for last, mounts, change in (
             ("trace", "", {}),
