@@ -282,9 +282,10 @@ class Machine:
             if port.error:
                 raise port.error
 
-    def wait_for(self, pattern, seconds=120, what=None):
+    def wait_for(self, pattern, seconds=400, what=None):
         """Waits until the console shows `pattern` after the last match. Returns the match. `what`
-        is the meaning of the pattern, for the message."""
+        is the meaning of the pattern, for the message. On some hosts the emulated processor now and
+        then sleeps for half a minute or more, so waits are long."""
         end = time.monotonic() + seconds
         with self.console.changed:
             while True:
