@@ -284,8 +284,8 @@ class Machine:
 
     def wait_for(self, pattern, seconds=400, what=None):
         """Waits until the console shows `pattern` after the last match. Returns the match. `what`
-        is the meaning of the pattern, for the message. The waits are long: on some hosts the machine
-        now and then stands still for half a minute or more."""
+        is the meaning of the pattern, for the message. The waits are long: on some hosts the
+        machine now and then stands still for half a minute or more."""
         end = time.monotonic() + seconds
         with self.console.changed:
             while True:
