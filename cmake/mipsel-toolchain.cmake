@@ -13,7 +13,7 @@ else()
   set(folder ${CMAKE_CURRENT_LIST_DIR}/../build/toolchains/${libc})
 endif()
 
-# A build folder keeps the compiler that it was made with, so another toolchain needs another one.
+# CMake keeps the compiler that a build folder was made with, and silently ignores another.
 get_filename_component(folder ${folder} REALPATH)
 if(DEFINED CACHE{MAVKIT_TOOLCHAIN} AND NOT "$CACHE{MAVKIT_TOOLCHAIN}" STREQUAL folder)
   message(FATAL_ERROR "${CMAKE_BINARY_DIR} was built with $CACHE{MAVKIT_TOOLCHAIN}. "

@@ -42,14 +42,14 @@ void GetPrintString(std::string& out, const void* data, unsigned int length, boo
     const unsigned count = maxLen != 0 && maxLen < length ? maxLen : length;
     const std::size_t start = out.size();
     const std::size_t added = asHex ? std::size_t{count} * 3 + count / kLineBytes : count;
-    // The sum may not fit 32 bits: such a length throws like any other that has no room.
+    // A sum that does not fit 32 bits must throw too, instead of asking for too little.
     out.reserve(count <= out.max_size() / 4 ? start + 8 + added : std::string::npos);
     if (!asHex) {
         out.append(static_cast<const char*>(data), count);
     } else if (count != 0) {
-        // With the room for the line feeds, the text is written in place, in one pass. Each group
-        // is stored as a word of four characters: the fourth is overwritten by what follows, and
-        // cut off after the last group.
+        // There is room for the line feeds as well, so the text is written in place, in one pass.
+        // Each group is stored as a word of four characters: the fourth is overwritten by what
+        // follows, and cut off after the last group.
         out.resize(start + added + 1);
         char* to = &out[start];
         for (const unsigned char* end = bytes + count; bytes != end;) {

@@ -14,9 +14,9 @@
 /// these points (docs/examples/region.cpp is a whole program that does):
 ///
 /// - Who creates the file. Others wait until it is there with its full length, and then map it
-///   without a validator; their initialiser, if any, only checks it. Then `Init()` leaves a file
-///   that it can open as it is. Only one that is missing, or that cannot be opened at that moment
-///   because the system has no descriptor left, is created anew, empty.
+///   without a validator; their initialiser, if any, only checks it. Such an `Init()` does not
+///   change a file that it can open for reading. But it creates a missing file, and empties one
+///   that it cannot open at that moment because the system has no descriptor left.
 /// - Who writes. A reader, and the next start after a power cut, may find an update that is half
 ///   done. Two slots with a number and a CRC, written in turn and saved each time, always keep one
 ///   whole.

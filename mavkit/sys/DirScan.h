@@ -88,8 +88,8 @@ public:
     /// Scans `directory` (absolute, or relative to the working directory) as `Scan()` does, with
     /// `depth` as the depth of its entries. A directory deeper than `limit` is not read. Afterwards
     /// the working directory is the parent of `directory`, or unchanged when `directory` could not
-    /// be opened or entered.
-    /// It needs no certain way back to the working directory.
+    /// be opened or entered. Unlike `Scan()`, it starts although no way back to the working
+    /// directory is certain.
     /// \return true when every directory was listed to its end, skipped, or deeper than `limit`;
     ///         false when a listing stopped before its end, when the callback ended the scan, and
     ///         for a null directory or callback

@@ -40,8 +40,8 @@ int Ahead(int from, int to) {
                                        : ahead;
 }
 
-// A time that was made from fields. Where the clock skips those, `skipped` is below 0: the seconds
-// from the later clock time, which the fields have then, back to the one that was asked for.
+// A time that was made from fields. Where the clock skips those, time and fields are later by the
+// gap, and `skipped` is the gap in seconds, as a number below 0; otherwise it is 0.
 struct Point : LocalTime {
     int skipped = 0;
 };

@@ -306,9 +306,11 @@ WRAPPED(std::time_t, mktime, TIME64("mktime", "__mktime64"), (std::tm * t)) {
         return -1;
     std::tm asked = *t;
     std::time_t result = Real_mktime(t);
+    if (!gapsGoBack || result == -1)
+        return result;
     std::tm shown = *t;
-    const std::time_t gap = result == -1 ? 0 : timegm(&shown) - timegm(&asked);
-    if (gapsGoBack && gap > 0) {
+    const std::time_t gap = timegm(&shown) - timegm(&asked);
+    if (gap > 0) {
         result -= gap;
         localtime_r(&result, t);
     }
